@@ -1,0 +1,26 @@
+# Warnings are errors everywhere; sanitizer and fuzzer instrumentation are switched on by options
+# so that one source tree gives the plain, the sanitized and the fuzzing builds.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
+
+if(QUORVANE_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined -fno-sanitize-recover=all)
+endif()
+
+if(QUORVANE_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "QUORVANE_FUZZ needs clang (libFuzzer): configure with -DCMAKE_CXX_COMPILER=clang++")
+  endif()
+  # Libraries get coverage instrumentation; each fuzz target links the libFuzzer driver itself.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -g)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# Adds a library under src/: NAME, its SOURCES and the libraries it DEPENDS on.
+# Headers sit beside their sources and are included as "Library/Header.h".
+function(quorvane_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PUBLIC ${ARG_DEPENDS})
+endfunction()

@@ -1,0 +1,13 @@
+#include "Crypto/CryptoError.h"
+
+#include "Crypto/OpenSSLHandles.h"
+
+namespace quorvane {
+
+CryptoError CryptoError::libraryFailure(const std::string& operation) {
+  std::string queue = drainOpenSSLErrors();
+  return CryptoError(Kind::libraryFailure,
+                     operation + " failed" + (queue.empty() ? "" : ": " + queue));
+}
+
+}  // namespace quorvane

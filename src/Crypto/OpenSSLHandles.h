@@ -1,0 +1,34 @@
+#pragma once
+
+#include <openssl/bn.h>
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/param_build.h>
+
+#include <memory>
+#include <string>
+
+namespace quorvane {
+
+// Owning handles for the OpenSSL objects this project uses; each frees its object with the
+// matching OpenSSL function.
+template <auto FreeFunction>
+struct OpenSSLDeleter {
+  template <typename T>
+  void operator()(T* object) const {
+    FreeFunction(object);
+  }
+};
+
+using EVPPKeyPtr = std::unique_ptr<EVP_PKEY, OpenSSLDeleter<EVP_PKEY_free>>;
+using EVPPKeyCtxPtr = std::unique_ptr<EVP_PKEY_CTX, OpenSSLDeleter<EVP_PKEY_CTX_free>>;
+using EVPMDCtxPtr = std::unique_ptr<EVP_MD_CTX, OpenSSLDeleter<EVP_MD_CTX_free>>;
+using BIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_free>>;
+using ECDSASigPtr = std::unique_ptr<ECDSA_SIG, OpenSSLDeleter<ECDSA_SIG_free>>;
+using ParamBuildPtr = std::unique_ptr<OSSL_PARAM_BLD, OpenSSLDeleter<OSSL_PARAM_BLD_free>>;
+using ParamsPtr = std::unique_ptr<OSSL_PARAM, OpenSSLDeleter<OSSL_PARAM_free>>;
+
+// Empties OpenSSL's thread-local error queue and returns its entries joined by "; ".
+std::string drainOpenSSLErrors();
+
+}  // namespace quorvane

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <compare>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quorvane {
+
+// A point in time: seconds since 1970-01-01 00:00:00 UTC. Time spans are plain doubles (seconds).
+struct Date {
+  double secondsSince1970 = 0;
+
+  static Date fromSecondsSince1970(double seconds) { return Date{seconds}; }
+
+  Date operator+(double seconds) const { return Date{secondsSince1970 + seconds}; }
+  Date operator-(double seconds) const { return Date{secondsSince1970 - seconds}; }
+  // The span from `earlier` to this date, in seconds (negative when `earlier` is later).
+  double secondsSince(Date earlier) const { return secondsSince1970 - earlier.secondsSince1970; }
+
+  friend bool operator==(const Date&, const Date&) = default;
+  friend auto operator<=>(const Date&, const Date&) = default;
+
+  // ISO 8601 in UTC with whole seconds, "2026-11-21T09:05:00Z"; a fraction of a second is dropped
+  // (rounded towards the past).
+  std::string iso8601() const;
+
+  // Reads "YYYY-MM-DDTHH:MM:SS" followed by "Z" or an offset "+HH:MM" / "-HH:MM". Whole seconds
+  // only; nothing for any other text or an impossible date or time.
+  static std::optional<Date> parseISO8601(std::string_view text);
+};
+
+}  // namespace quorvane

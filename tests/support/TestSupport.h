@@ -1,0 +1,44 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Crypto/Bytes.h"
+
+namespace quorvane::testing {
+
+// Bytes from hexadecimal; spaces are ignored so vectors can be grouped ("00 00 00 05").
+// A malformed literal fails the calling test.
+Bytes hex(std::string_view text);
+
+// The path of a file under tests/data.
+std::filesystem::path testDataPath(const std::string& name);
+
+// The whole contents of a file; fails the calling test if it cannot be read.
+std::string readFile(const std::filesystem::path& path);
+
+// A directory that exists for the life of this object and is removed with everything in it.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+struct CommandResult {
+  int exitCode = -1;
+  std::string output;  // standard output only
+};
+
+// Runs a program with arguments (no shell), standard input from /dev/null, and returns its exit
+// code and standard output. Standard error passes through to the test log.
+CommandResult runCommand(const std::vector<std::string>& arguments);
+
+}  // namespace quorvane::testing
