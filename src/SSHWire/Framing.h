@@ -13,8 +13,8 @@ struct Framing {
   // uint32 length of `body`, then `body`.
   static Bytes frame(ByteView body);
 
-  // The body length from a 4-byte prefix. Throws WireError: `truncated` unless the prefix is exactly
-  // 4 bytes, invalid("empty message") for 0, lengthTooLarge(value) above kWireLengthLimit.
+  // The body length from a 4-byte prefix. Throws WireError: `truncated` unless the prefix is
+  // exactly 4 bytes, invalid("empty message") for 0, lengthTooLarge(value) above kWireLengthLimit.
   static uint32_t readLength(ByteView prefix);
 };
 

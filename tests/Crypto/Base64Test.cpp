@@ -1,6 +1,6 @@
-#include "Crypto/Base64.h"
-
 #include <gtest/gtest.h>
+
+#include "Crypto/Base64.h"
 
 namespace quorvane {
 namespace {
@@ -43,18 +43,17 @@ class Base64Rejects : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(Base64Rejects, MalformedText) { EXPECT_FALSE(base64Decode(GetParam()).has_value()); }
 
-INSTANTIATE_TEST_SUITE_P(
-    Malformed, Base64Rejects,
-    ::testing::Values("Z",          // a lone digit carries no whole byte
-                      "Zg=",        // partial padding
-                      "Zg===",      // too much padding
-                      "Zm8==",      // padding that does not complete the group
-                      "Zh==",       // unused bits not zero
-                      "Zm9=v",      // padding in the middle
-                      "Zm9v\n",     // whitespace
-                      "Zm9v YmFy",  // whitespace
-                      "Zm-v",       // URL-safe alphabet
-                      "====", "="));
+INSTANTIATE_TEST_SUITE_P(Malformed, Base64Rejects,
+                         ::testing::Values("Z",          // a lone digit carries no whole byte
+                                           "Zg=",        // partial padding
+                                           "Zg===",      // too much padding
+                                           "Zm8==",      // padding that does not complete the group
+                                           "Zh==",       // unused bits not zero
+                                           "Zm9=v",      // padding in the middle
+                                           "Zm9v\n",     // whitespace
+                                           "Zm9v YmFy",  // whitespace
+                                           "Zm-v",       // URL-safe alphabet
+                                           "====", "="));
 
 }  // namespace
 }  // namespace quorvane

@@ -1,7 +1,6 @@
-#include "Crypto/Hash.h"
-
 #include <gtest/gtest.h>
 
+#include "Crypto/Hash.h"
 #include "Crypto/Hex.h"
 #include "support/TestSupport.h"
 

@@ -1,6 +1,6 @@
-#include "Crypto/SecureBytes.h"
-
 #include <gtest/gtest.h>
+
+#include "Crypto/SecureBytes.h"
 
 namespace quorvane {
 namespace {

@@ -1,6 +1,6 @@
-#include "Platform/Date.h"
-
 #include <gtest/gtest.h>
+
+#include "Platform/Date.h"
 
 namespace quorvane {
 namespace {
@@ -12,12 +12,9 @@ struct DateVector {
 
 // Values checked with `date -u -d @SECONDS +%FT%TZ`.
 const DateVector kDates[] = {
-    {0, "1970-01-01T00:00:00Z"},
-    {-1, "1969-12-31T23:59:59Z"},
-    {951782400, "2000-02-29T00:00:00Z"},
-    {1795307100, "2026-11-22T00:25:00Z"},
-    {4102444799, "2099-12-31T23:59:59Z"},
-    {253402300799, "9999-12-31T23:59:59Z"},
+    {0, "1970-01-01T00:00:00Z"},          {-1, "1969-12-31T23:59:59Z"},
+    {951782400, "2000-02-29T00:00:00Z"},  {1795307100, "2026-11-22T00:25:00Z"},
+    {4102444799, "2099-12-31T23:59:59Z"}, {253402300799, "9999-12-31T23:59:59Z"},
 };
 
 class DateISO8601 : public ::testing::TestWithParam<DateVector> {};

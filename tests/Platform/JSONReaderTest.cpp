@@ -1,6 +1,6 @@
-#include "Platform/JSONReader.h"
-
 #include <gtest/gtest.h>
+
+#include "Platform/JSONReader.h"
 
 namespace quorvane {
 namespace {
@@ -38,7 +38,8 @@ TEST(JSONReader, OptionalKeysMayBeMissingOrNull) {
 }
 
 TEST(JSONReader, WrongTypesAreTypeMismatches) {
-  JSON document = parseJSON(R"({"flag": "yes", "list": {}, "count": 1.5, "huge": 18446744073709551615})");
+  JSON document =
+      parseJSON(R"({"flag": "yes", "list": {}, "count": 1.5, "huge": 18446744073709551615})");
   JSONReader reader(document);
   EXPECT_EQ(decodingErrorOf([&] { reader.required("flag").boolean(); }).kind(),
             DecodingError::Kind::typeMismatch);
@@ -61,8 +62,9 @@ TEST(JSONReader, CaseKeyedObjectsNeedExactlyOneKnownKey) {
 
   for (const char* text : {R"({"login": {}, "other": {}})", R"({})", R"({"unknown": {}})"}) {
     JSON document = parseJSON(text);
-    DecodingError error = decodingErrorOf(
-        [&] { JSONReader(document).singleCase({"login", "signature", "other"}); });
+    DecodingError error = decodingErrorOf([&] {
+      JSONReader(document).singleCase({"login", "signature", "other"});
+    });
     EXPECT_EQ(error.kind(), DecodingError::Kind::typeMismatch) << text;
     EXPECT_EQ(error.description(), "Invalid number of keys found, expected one.") << text;
   }

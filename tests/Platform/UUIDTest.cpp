@@ -1,8 +1,8 @@
-#include "Platform/UUID.h"
-
 #include <gtest/gtest.h>
 
 #include <set>
+
+#include "Platform/UUID.h"
 
 namespace quorvane {
 namespace {
@@ -15,10 +15,10 @@ TEST(UUID, ParsesEitherCaseAndPrintsUpperCase) {
 }
 
 TEST(UUID, RejectsAnythingButTheCanonicalForm) {
-  for (const char* text : {"", "e621e1f8c36c495a93fc0c247a3e6e5f",
-                           "{e621e1f8-c36c-495a-93fc-0c247a3e6e5f}",
-                           "e621e1f8-c36c-495a-93fc-0c247a3e6e5", "e621e1f8-c36c-495a-93fc_0c247a3e6e5f",
-                           "g621e1f8-c36c-495a-93fc-0c247a3e6e5f"})
+  for (const char* text :
+       {"", "e621e1f8c36c495a93fc0c247a3e6e5f", "{e621e1f8-c36c-495a-93fc-0c247a3e6e5f}",
+        "e621e1f8-c36c-495a-93fc-0c247a3e6e5", "e621e1f8-c36c-495a-93fc_0c247a3e6e5f",
+        "g621e1f8-c36c-495a-93fc-0c247a3e6e5f"})
     EXPECT_FALSE(UUID::parse(text).has_value()) << text;
 }
 

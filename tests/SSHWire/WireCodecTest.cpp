@@ -42,9 +42,7 @@ INSTANTIATE_TEST_SUITE_P(
         FrameLengthCase{"", std::nullopt, WireError::truncated()},
         FrameLengthCase{"0000000100", std::nullopt, WireError::truncated()}));
 
-TEST(Framing, FrameIsLengthThenBody) {
-  EXPECT_EQ(Framing::frame(hex("0b")), hex("00000001 0b"));
-}
+TEST(Framing, FrameIsLengthThenBody) { EXPECT_EQ(Framing::frame(hex("0b")), hex("00000001 0b")); }
 
 TEST(WireReader, ReadsBigEndianIntegers) {
   Bytes input = hex("01020304 0000000a 0000000b 02 00");

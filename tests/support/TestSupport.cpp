@@ -45,19 +45,28 @@ TemporaryDirectory::~TemporaryDirectory() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-CommandResult runCommand(const std::vector<std::string>& arguments) {
+void writeFile(const std::filesystem::path& path, std::string_view contents) {
+  std::ofstream stream(path, std::ios::binary | std::ios::trunc);
+  stream.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+  EXPECT_TRUE(stream.good()) << "cannot write " << path;
+}
+
+CommandResult runCommand(const std::vector<std::string>& arguments,
+                         const std::filesystem::path& standardInput) {
   int pipeFds[2];
   if (pipe(pipeFds) != 0) throw std::runtime_error("pipe failed");
   pid_t child = fork();
   if (child < 0) throw std::runtime_error("fork failed");
   if (child == 0) {
-    int devNull = open("/dev/null", O_RDONLY);
-    dup2(devNull, STDIN_FILENO);
+    int input = open(standardInput.c_str(), O_RDONLY);
+    if (input < 0) _exit(126);
+    dup2(input, STDIN_FILENO);
     dup2(pipeFds[1], STDOUT_FILENO);
     close(pipeFds[0]);
     close(pipeFds[1]);
     std::vector<char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    for (const std::string& argument : arguments)
+      argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     execvp(argv[0], argv.data());
     _exit(127);

@@ -37,8 +37,13 @@ struct CommandResult {
   std::string output;  // standard output only
 };
 
-// Runs a program with arguments (no shell), standard input from /dev/null, and returns its exit
-// code and standard output. Standard error passes through to the test log.
-CommandResult runCommand(const std::vector<std::string>& arguments);
+// Runs a program with arguments (no shell) and returns its exit code and standard output.
+// Standard input comes from `standardInput` (default /dev/null); standard error passes through to
+// the test log.
+CommandResult runCommand(const std::vector<std::string>& arguments,
+                         const std::filesystem::path& standardInput = "/dev/null");
+
+// Writes `contents` to a new file at `path`; fails the calling test if it cannot.
+void writeFile(const std::filesystem::path& path, std::string_view contents);
 
 }  // namespace quorvane::testing
