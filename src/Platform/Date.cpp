@@ -1,5 +1,6 @@
 #include "Platform/Date.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -54,11 +55,14 @@ std::optional<int> readDigits(std::string_view text, size_t position, size_t wid
 }  // namespace
 
 std::string Date::iso8601() const {
-  int64_t whole = static_cast<int64_t>(std::floor(secondsSince1970));
+  double clamped = std::isnan(secondsSince1970)
+                       ? 0
+                       : std::clamp(std::floor(secondsSince1970), kEarliestSeconds, kLatestSeconds);
+  int64_t whole = static_cast<int64_t>(clamped);
   int64_t days = whole >= 0 ? whole / 86400 : (whole - 86399) / 86400;
   int64_t secondOfDay = whole - days * 86400;
   CivilDate civil = civilFromDays(days);
-  char buffer[64];
+  char buffer[128];
   std::snprintf(buffer, sizeof buffer, "%04lld-%02lld-%02lldT%02lld:%02lld:%02lldZ",
                 static_cast<long long>(civil.year), static_cast<long long>(civil.month),
                 static_cast<long long>(civil.day), static_cast<long long>(secondOfDay / 3600),

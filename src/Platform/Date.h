@@ -9,6 +9,10 @@ namespace quorvane {
 
 // A point in time: seconds since 1970-01-01 00:00:00 UTC. Time spans are plain doubles (seconds).
 struct Date {
+  // The dates that have a four-digit ISO 8601 year: 0001-01-01T00:00:00Z to 9999-12-31T23:59:59Z.
+  static constexpr double kEarliestSeconds = -62135596800.0;
+  static constexpr double kLatestSeconds = 253402300799.0;
+
   double secondsSince1970 = 0;
 
   static Date fromSecondsSince1970(double seconds) { return Date{seconds}; }
@@ -22,7 +26,8 @@ struct Date {
   friend auto operator<=>(const Date&, const Date&) = default;
 
   // ISO 8601 in UTC with whole seconds, "2026-11-21T09:05:00Z"; a fraction of a second is dropped
-  // (rounded towards the past).
+  // (rounded towards the past). Dates outside the four-digit years are written as the nearest end
+  // of that range (and not-a-number as 1970).
   std::string iso8601() const;
 
   // Reads "YYYY-MM-DDTHH:MM:SS" followed by "Z" or an offset "+HH:MM" / "-HH:MM". Whole seconds

@@ -10,8 +10,8 @@ JSON parseJSON(std::string_view text) {
   try {
     return JSON::parse(text);
   } catch (const JSON::exception& error) {
-    throw DecodingError::dataCorrupted("", std::string("The given data was not valid JSON. ") +
-                                               error.what());
+    throw DecodingError::dataCorrupted(
+        "", std::string("The given data was not valid JSON. ") + error.what());
   }
 }
 
@@ -70,7 +70,12 @@ Date JSONReader::date(DateEncoding encoding) const {
       if (!date) fail("Expected date string to be ISO8601-formatted.");
       return *date;
     }
-    case DateEncoding::secondsSince1970: return Date{number()};
+    case DateEncoding::secondsSince1970: {
+      double seconds = number();
+      if (!(seconds >= Date::kEarliestSeconds && seconds <= Date::kLatestSeconds))
+        fail("The date is out of range.");
+      return Date{seconds};
+    }
   }
   fail("Unknown date encoding.");
 }
@@ -115,6 +120,8 @@ std::optional<JSONReader> JSONReader::optional(std::string_view key) const {
   if (found == value_->end() || found->is_null()) return std::nullopt;
   return JSONReader(*found, childPath(key));
 }
+
+void JSONReader::requireObject() const { requireType(value_->is_object(), "an object"); }
 
 std::pair<std::string, JSONReader> JSONReader::singleCase(
     std::initializer_list<std::string_view> caseKeys) const {

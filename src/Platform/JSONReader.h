@@ -61,11 +61,15 @@ class JSONReader {
   // `optional` gives nothing for either.
   JSONReader required(std::string_view key) const;
   std::optional<JSONReader> optional(std::string_view key) const;
+  // Fails with typeMismatch unless the value is an object; for values whose keys are all optional
+  // or that have none (the empty object of a case without fields).
+  void requireObject() const;
 
   // A case-keyed object: exactly one of `caseKeys` must be present (keys not listed are ignored),
   // else typeMismatch "Invalid number of keys found, expected one.". Returns the case key and the
   // reader of its value.
-  std::pair<std::string, JSONReader> singleCase(std::initializer_list<std::string_view> caseKeys) const;
+  std::pair<std::string, JSONReader> singleCase(
+      std::initializer_list<std::string_view> caseKeys) const;
 
   // Fails with dataCorrupted at this value's place.
   [[noreturn]] void fail(const std::string& description) const;

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 #include "Platform/Date.h"
 
 namespace quorvane {
@@ -30,6 +33,14 @@ INSTANTIATE_TEST_SUITE_P(Known, DateISO8601, ::testing::ValuesIn(kDates));
 TEST(Date, FractionsAreDroppedTowardsThePast) {
   EXPECT_EQ(Date{1.9}.iso8601(), "1970-01-01T00:00:01Z");
   EXPECT_EQ(Date{-0.5}.iso8601(), "1969-12-31T23:59:59Z");
+}
+
+TEST(Date, DatesBeyondFourDigitYearsAreWrittenAsTheNearestEnd) {
+  EXPECT_EQ(Date{1e300}.iso8601(), "9999-12-31T23:59:59Z");
+  EXPECT_EQ(Date{-1e300}.iso8601(), "0001-01-01T00:00:00Z");
+  EXPECT_EQ(Date{std::numeric_limits<double>::infinity()}.iso8601(), "9999-12-31T23:59:59Z");
+  EXPECT_EQ(Date{std::nan("")}.iso8601(), "1970-01-01T00:00:00Z");
+  EXPECT_EQ(Date::parseISO8601("0001-01-01T00:00:00Z"), Date{Date::kEarliestSeconds});
 }
 
 TEST(Date, OffsetsAreConvertedToUTC) {

@@ -78,6 +78,11 @@ TEST(JSONReader, DatesFollowTheirEncoding) {
   EXPECT_EQ(decodingErrorOf([&] { reader.required("number").date(DateEncoding::iso8601); }).kind(),
             DecodingError::Kind::typeMismatch);
   EXPECT_EQ(encodeDate(Date{1795307100}, DateEncoding::iso8601), "2026-11-22T00:25:00Z");
+
+  JSON outOfRange = parseJSON(R"([1e300, -1e300])");
+  for (const JSONReader& value : JSONReader(outOfRange).array())
+    EXPECT_EQ(decodingErrorOf([&] { value.date(DateEncoding::secondsSince1970); }).kind(),
+              DecodingError::Kind::dataCorrupted);
 }
 
 TEST(JSONReader, ArraysReportTheElementPlace) {
