@@ -95,6 +95,7 @@ std::optional<Date> Date::parseISO8601(std::string_view text) {
   }
   int64_t seconds = daysFromCivil(*year, *month, *day) * 86400 + *hour * 3600 + *minute * 60 +
                     *second - offsetSeconds;
+  if (seconds < kEarliestSeconds || seconds > kLatestSeconds) return std::nullopt;
   return Date{static_cast<double>(seconds)};
 }
 

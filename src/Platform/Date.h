@@ -31,7 +31,8 @@ struct Date {
   std::string iso8601() const;
 
   // Reads "YYYY-MM-DDTHH:MM:SS" followed by "Z" or an offset "+HH:MM" / "-HH:MM". Whole seconds
-  // only; nothing for any other text or an impossible date or time.
+  // only; nothing for any other text, an impossible date or time, or a moment outside the
+  // four-digit years (which could not be written back).
   static std::optional<Date> parseISO8601(std::string_view text);
 };
 
