@@ -89,18 +89,6 @@ TEST(PublicKey, UnknownTypesAreKeptAsOther) {
             SSHPublicKey::Material(SSHPublicKey::Other{hex("00000001 aa")}));
 }
 
-TEST(PublicKey, ECDSAPointIsNotCheckedWhenParsing) {
-  Bytes blob = blobOf({bytesOf("ecdsa-sha2-nistp521"), bytesOf("nistp521"), hex("04")});
-  EXPECT_EQ(SSHPublicKey::parse(blob).material,
-            SSHPublicKey::Material(SSHPublicKey::ECDSA{"nistp521", hex("04")}));
-}
-
-TEST(PublicKey, RSABuilderWritesMpints) {
-  SSHPublicKey key = SSHPublicKey::rsa(hex("00010001"), hex("c1c2"));
-  EXPECT_EQ(key.blob, blobOf({bytesOf("ssh-rsa"), hex("010001"), hex("00c1c2")}));
-  EXPECT_EQ(key.material, SSHPublicKey::Material(SSHPublicKey::RSA{hex("010001"), hex("00c1c2")}));
-}
-
 TEST(Fingerprint, IsUnpaddedBase64OfSHA256) {
   // SHA-256 of the empty string, e3b0c442..., in base64 without its "=".
   EXPECT_EQ(fingerprint(Bytes{}), "SHA256:47DEQpj8HBSa+/TImW+5JCeuQeRkm5NMpJWZG3hSuFU");

@@ -140,55 +140,67 @@ SessionBind binding(uint8_t host, uint8_t session, bool forwarding, bool valid =
   return {SSHPublicKey::ed25519(Bytes(32, host)), Bytes(32, session), forwarding, valid};
 }
 
-ConnectionBindings::BindError::Kind recordError(ConnectionBindings& bindings,
-                                                const SessionBind& bind) {
-  ConnectionBindings before = bindings;
-  try {
-    bindings.record(bind);
-  } catch (const ConnectionBindings::BindError& error) {
-    EXPECT_EQ(bindings, before) << "a refused binding must leave the bindings unchanged";
-    return error.kind();
-  }
-  ADD_FAILURE() << "the binding was recorded";
-  return ConnectionBindings::BindError::Kind::invalidSignature;
-}
-
 using BindKind = ConnectionBindings::BindError::Kind;
 
-TEST(ConnectionBindingsRecord, RefusesAnInvalidSignatureFirst) {
-  ConnectionBindings bindings;
-  bindings.record(binding(1, 1, false));
-  EXPECT_EQ(recordError(bindings, binding(1, 1, false, false)), BindKind::invalidSignature);
+struct RecordCase {
+  std::string name;
+  std::vector<SessionBind> held;
+  SessionBind bind;
+  std::optional<BindKind> error;  // nothing: recorded (or a harmless repeat)
+};
+
+std::ostream& operator<<(std::ostream& out, const RecordCase& c) { return out << c.name; }
+
+std::vector<SessionBind> forwardingBinds(uint8_t count) {
+  std::vector<SessionBind> binds;
+  for (uint8_t i = 1; i <= count; ++i) binds.push_back(binding(i, i, true));
+  return binds;
 }
 
-TEST(ConnectionBindingsRecord, RepeatedBindIsHarmlessEvenAfterAuthBinding) {
-  ConnectionBindings bindings;
-  bindings.record(binding(1, 1, false));
-  bindings.record(binding(1, 1, false));
-  EXPECT_EQ(bindings.binds.size(), 1u);
+const RecordCase kRecordCases[] = {
+    {"invalid signature is refused first",
+     {binding(1, 1, false)},
+     binding(1, 1, false, false),
+     BindKind::invalidSignature},
+    {"repeat after an auth binding is harmless",
+     {binding(1, 1, false)},
+     binding(1, 1, false),
+     std::nullopt},
+    {"same session with another host key",
+     {binding(1, 1, true)},
+     binding(2, 1, true),
+     BindKind::conflictingKey},
+    {"forwarding after an auth binding",
+     {binding(1, 1, false)},
+     binding(2, 2, true),
+     BindKind::alreadyBoundForAuth},
+    {"auth after an auth binding",
+     {binding(1, 1, false)},
+     binding(2, 2, false),
+     BindKind::alreadyBoundForAuth},
+    {"sixteenth forwarding binding", forwardingBinds(15), binding(16, 16, true), std::nullopt},
+    {"seventeenth binding", forwardingBinds(16), binding(17, 17, false), BindKind::tooMany},
+    {"repeat when sixteen are held", forwardingBinds(16), binding(16, 16, true), std::nullopt},
+};
+
+class ConnectionBindingsRecord : public ::testing::TestWithParam<RecordCase> {};
+
+TEST_P(ConnectionBindingsRecord, RecordsOrRefusesLeavingBindingsUnchanged) {
+  const RecordCase& c = GetParam();
+  ConnectionBindings bindings{c.held};
+  std::vector<SessionBind> expected = c.held;
+  bool isRepeat = std::find(c.held.begin(), c.held.end(), c.bind) != c.held.end();
+  if (!c.error && !isRepeat) expected.push_back(c.bind);
+  try {
+    bindings.record(c.bind);
+    EXPECT_FALSE(c.error.has_value()) << "recorded";
+  } catch (const ConnectionBindings::BindError& error) {
+    EXPECT_EQ(std::optional(error.kind()), c.error);
+  }
+  EXPECT_EQ(bindings.binds, expected);
 }
 
-TEST(ConnectionBindingsRecord, SameSessionWithAnotherHostKeyConflicts) {
-  ConnectionBindings bindings;
-  bindings.record(binding(1, 1, true));
-  EXPECT_EQ(recordError(bindings, binding(2, 1, true)), BindKind::conflictingKey);
-}
-
-TEST(ConnectionBindingsRecord, NothingMoreAfterABindingForAuthentication) {
-  ConnectionBindings bindings;
-  bindings.record(binding(1, 1, false));
-  EXPECT_EQ(recordError(bindings, binding(2, 2, true)), BindKind::alreadyBoundForAuth);
-  EXPECT_EQ(recordError(bindings, binding(2, 2, false)), BindKind::alreadyBoundForAuth);
-}
-
-TEST(ConnectionBindingsRecord, HoldsAtMostSixteen) {
-  ConnectionBindings bindings;
-  for (uint8_t i = 1; i <= 16; ++i) bindings.record(binding(i, i, true));
-  EXPECT_EQ(recordError(bindings, binding(17, 17, true)), BindKind::tooMany);
-  EXPECT_EQ(recordError(bindings, binding(17, 17, false)), BindKind::tooMany);
-  bindings.record(binding(16, 16, true));  // a repeat is still fine
-  EXPECT_EQ(bindings.binds.size(), 16u);
-}
+INSTANTIATE_TEST_SUITE_P(Rules, ConnectionBindingsRecord, ::testing::ValuesIn(kRecordCases));
 
 using Verdict = ConnectionBindings::HostVerdict;
 

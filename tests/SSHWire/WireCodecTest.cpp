@@ -67,14 +67,6 @@ TEST(WireReader, StringLengthIsCheckedBeforeThePresenceOfItsBytes) {
             WireError::truncated());
 }
 
-TEST(WireReader, AcceptsAStringOfExactlyTheLimit) {
-  WireWriter writer;
-  writer.writeString(Bytes(kWireLengthLimit, 0x61));
-  WireReader reader(writer.data());
-  EXPECT_EQ(reader.readString().size(), kWireLengthLimit);
-  EXPECT_TRUE(reader.isAtEnd());
-}
-
 TEST(WireReader, TextMustBeUTF8) {
   struct Case {
     std::string stringHex;
