@@ -23,6 +23,15 @@ std::optional<std::string_view> curveIdentifier(SSHKeyType type) {
   }
 }
 
+size_t curveFieldLength(SSHKeyType type) {
+  switch (type) {
+    case SSHKeyType::ecdsaP256: return 32;
+    case SSHKeyType::ecdsaP384: return 48;
+    case SSHKeyType::ecdsaP521: return 66;
+    default: return 0;
+  }
+}
+
 std::optional<SSHKeyType> keyTypeNamed(std::string_view name) {
   for (SSHKeyType type : kAllSSHKeyTypes)
     if (keyTypeName(type) == name) return type;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <optional>
 #include <string_view>
 
@@ -18,6 +19,9 @@ std::string_view keyTypeName(SSHKeyType type);
 
 // The curve identifier of an ECDSA type ("nistp256", "nistp384", "nistp521"); nothing otherwise.
 std::optional<std::string_view> curveIdentifier(SSHKeyType type);
+
+// The size in bytes of a coordinate or scalar of an ECDSA type's curve (32, 48, 66); 0 otherwise.
+size_t curveFieldLength(SSHKeyType type);
 
 // The type whose key type name is `name`; nothing for names the agent does not know.
 std::optional<SSHKeyType> keyTypeNamed(std::string_view name);

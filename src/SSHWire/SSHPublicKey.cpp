@@ -13,15 +13,6 @@ namespace {
 
 constexpr size_t kEd25519KeyLength = 32;
 
-size_t uncompressedPointLength(SSHKeyType type) {
-  switch (type) {
-    case SSHKeyType::ecdsaP256: return 65;
-    case SSHKeyType::ecdsaP384: return 97;
-    case SSHKeyType::ecdsaP521: return 133;
-    default: return 0;
-  }
-}
-
 SSHPublicKey::Material parseMaterial(std::optional<SSHKeyType> type, WireReader& reader) {
   if (!type) return SSHPublicKey::Other{reader.readRest()};
   switch (*type) {
@@ -76,7 +67,7 @@ SSHPublicKey SSHPublicKey::ed25519(ByteView raw) {
 SSHPublicKey SSHPublicKey::ecdsa(SSHKeyType type, ByteView x963) {
   auto curve = curveIdentifier(type);
   QUORVANE_CHECK(curve.has_value(), "ecdsa() needs an ECDSA key type");
-  QUORVANE_CHECK(x963.size() == uncompressedPointLength(type) && x963[0] == 0x04,
+  QUORVANE_CHECK(x963.size() == 1 + 2 * curveFieldLength(type) && x963[0] == 0x04,
                  "an ECDSA public key must be an uncompressed point of the type's curve");
   WireWriter writer;
   writer.writeString(keyTypeName(type));

@@ -7,15 +7,6 @@ namespace quorvane {
 
 namespace {
 
-size_t curveScalarLength(SSHKeyType type) {
-  switch (type) {
-    case SSHKeyType::ecdsaP256: return 32;
-    case SSHKeyType::ecdsaP384: return 48;
-    case SSHKeyType::ecdsaP521: return 66;
-    default: return 0;
-  }
-}
-
 Bytes signatureBlob(std::string_view algorithm, ByteView signature) {
   WireWriter writer;
   writer.writeString(algorithm);
@@ -26,7 +17,7 @@ Bytes signatureBlob(std::string_view algorithm, ByteView signature) {
 }  // namespace
 
 Bytes SSHSignature::ecdsa(SSHKeyType keyType, ByteView raw) {
-  size_t half = curveScalarLength(keyType);
+  size_t half = curveFieldLength(keyType);
   QUORVANE_CHECK(half != 0, "ecdsa() needs an ECDSA key type");
   QUORVANE_CHECK(raw.size() == 2 * half, "a raw ECDSA signature is r || s of the curve's size");
   WireWriter inner;

@@ -25,14 +25,6 @@ const char* groupName(SSHKeyType type) {
   }
 }
 
-int scalarLength(SSHKeyType type) {
-  switch (type) {
-    case SSHKeyType::ecdsaP256: return 32;
-    case SSHKeyType::ecdsaP384: return 48;
-    default: return 66;
-  }
-}
-
 const EVP_MD* curveDigest(SSHKeyType type) {
   switch (type) {
     case SSHKeyType::ecdsaP256: return EVP_sha256();
@@ -77,7 +69,7 @@ TestSigner::TestSigner(SSHKeyType type) : type_(type), key_(std::make_unique<Key
     case SSHKeyType::ecdsaP384:
     case SSHKeyType::ecdsaP521: {
       key_->pkey.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", groupName(type)));
-      Bytes point(1 + 2 * static_cast<size_t>(scalarLength(type)));
+      Bytes point(1 + 2 * curveFieldLength(type));
       size_t length = 0;
       EXPECT_EQ(EVP_PKEY_get_octet_string_param(key_->pkey.get(), OSSL_PKEY_PARAM_PUB_KEY,
                                                 point.data(), point.size(), &length),
@@ -111,7 +103,7 @@ Bytes TestSigner::sign(ByteView data, SignFlags flags) const {
       Bytes der = digestSign(key, curveDigest(type_), data);
       const uint8_t* cursor = der.data();
       ECDSASigPtr sig(d2i_ECDSA_SIG(nullptr, &cursor, static_cast<long>(der.size())));
-      int half = scalarLength(type_);
+      int half = static_cast<int>(curveFieldLength(type_));
       Bytes raw(2 * static_cast<size_t>(half));
       BN_bn2binpad(ECDSA_SIG_get0_r(sig.get()), raw.data(), half);
       BN_bn2binpad(ECDSA_SIG_get0_s(sig.get()), raw.data() + half, half);
