@@ -15,8 +15,6 @@ struct Date {
 
   double secondsSince1970 = 0;
 
-  static Date fromSecondsSince1970(double seconds) { return Date{seconds}; }
-
   Date operator+(double seconds) const { return Date{secondsSince1970 + seconds}; }
   Date operator-(double seconds) const { return Date{secondsSince1970 - seconds}; }
   // The span from `earlier` to this date, in seconds (negative when `earlier` is later).

@@ -2,8 +2,6 @@
 
 #include <limits>
 
-#include "Crypto/Base64.h"
-
 namespace quorvane {
 
 JSON parseJSON(std::string_view text) {
@@ -84,12 +82,6 @@ UUID JSONReader::uuid() const {
   auto uuid = UUID::parse(string());
   if (!uuid) fail("Attempted to decode UUID from invalid UUID string.");
   return *uuid;
-}
-
-Bytes JSONReader::base64() const {
-  auto bytes = base64Decode(string());
-  if (!bytes) fail("Encountered Data is not valid Base64.");
-  return std::move(*bytes);
 }
 
 std::vector<JSONReader> JSONReader::array() const {

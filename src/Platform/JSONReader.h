@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "Crypto/Bytes.h"
 #include "Platform/Date.h"
 #include "Platform/DecodingError.h"
 #include "Platform/UUID.h"
@@ -45,7 +44,6 @@ class JSONReader {
   double number() const;
   Date date(DateEncoding encoding) const;
   UUID uuid() const;
-  Bytes base64() const;
 
   // Arrays: the elements in order.
   std::vector<JSONReader> array() const;

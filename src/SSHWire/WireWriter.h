@@ -11,7 +11,6 @@ namespace quorvane {
 class WireWriter {
  public:
   void writeByte(uint8_t value);
-  void writeBool(bool value) { writeByte(value ? 1 : 0); }
   void writeUInt32(uint32_t value);
   void writeUInt64(uint64_t value);
   // uint32 length, then the bytes. REQUIRES: bytes.size() fits in 32 bits (stops otherwise).
