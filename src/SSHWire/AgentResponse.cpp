@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "Platform/Check.h"
+#include "Crypto/Check.h"
 #include "SSHWire/AgentMessageType.h"
 #include "SSHWire/Framing.h"
 #include "SSHWire/WireWriter.h"

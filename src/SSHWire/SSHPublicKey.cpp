@@ -2,7 +2,7 @@
 
 #include "Crypto/Base64.h"
 #include "Crypto/Hash.h"
-#include "Platform/Check.h"
+#include "Crypto/Check.h"
 #include "SSHWire/WireError.h"
 #include "SSHWire/WireReader.h"
 #include "SSHWire/WireWriter.h"

@@ -1,6 +1,6 @@
 #include "SSHWire/SSHSignature.h"
 
-#include "Platform/Check.h"
+#include "Crypto/Check.h"
 #include "SSHWire/WireWriter.h"
 
 namespace quorvane {

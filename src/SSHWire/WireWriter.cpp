@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "Platform/Check.h"
+#include "Crypto/Check.h"
 
 namespace quorvane {
 

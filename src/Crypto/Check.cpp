@@ -1,4 +1,4 @@
-#include "Platform/Check.h"
+#include "Crypto/Check.h"
 
 #include <cstdio>
 #include <cstdlib>
