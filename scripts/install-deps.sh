@@ -8,6 +8,9 @@ packages=(
   clang libclang-rt-14-dev            # fuzz targets (libFuzzer) and sanitizers
   libssl-dev                          # OpenSSL 3
   nlohmann-json3-dev                  # JSON files
+  libpcre2-dev                        # argument redaction patterns
+  libsqlite3-dev sqlite3              # the activity log (the shell edits logs in tests)
+  libcli11-dev                        # command-line parsing
   libgtest-dev libgmock-dev libbenchmark-dev
   openssh-client                      # ssh-keygen and ssh-agent as real peers in tests
 )
