@@ -1,0 +1,17 @@
+#pragma once
+
+#include <optional>
+
+#include "Crypto/Bytes.h"
+
+namespace quorvane {
+
+// Reads one framed agent message body from a blocking stream socket: a uint32 length and that
+// many bytes. Nothing when the peer closed the connection, a read failed, or the length is 0 or
+// above the wire limit: in every such case the caller closes the connection without an answer.
+std::optional<Bytes> readFrame(int fd);
+
+// Writes all of `bytes`; false when the peer is gone.
+bool writeAll(int fd, ByteView bytes);
+
+}  // namespace quorvane

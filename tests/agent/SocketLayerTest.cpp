@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <thread>
+
+#include "agent/ConnectionServer.h"
+#include "agent/DaemonError.h"
+#include "agent/FrameIO.h"
+#include "agent/HangupWatch.h"
+#include "SSHWire/Framing.h"
+#include "support/TestSupport.h"
+
+namespace quorvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Waits, for at most two seconds, until `condition` holds.
+template <typename Condition>
+bool eventually(Condition condition) {
+  for (int i = 0; i < 200; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(10ms);
+  }
+  return condition();
+}
+
+struct SocketLayer : ::testing::Test {
+  testing::TemporaryDirectory home;
+  std::filesystem::path socketPath = home.path() / "quorvane" / "agent.sock";
+};
+
+TEST_F(SocketLayer, ListenerMakesAPrivateSocketAndReplacesOnlyStaleOnes) {
+  {
+    UnixListener first = UnixListener::open(socketPath);
+    struct stat info {};
+    ASSERT_EQ(::stat(socketPath.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    ASSERT_EQ(::stat(socketPath.parent_path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700u);
+    try {
+      UnixListener::open(socketPath);
+      FAIL() << "a live socket was replaced";
+    } catch (const DaemonError& error) {
+      EXPECT_EQ(error.kind(), DaemonError::Kind::alreadyRunning);
+    }
+  }
+  // The first listener is closed, its file left behind: stale, so it is replaced.
+  ASSERT_TRUE(std::filesystem::exists(socketPath));
+  UnixListener second = UnixListener::open(socketPath);
+  EXPECT_TRUE(connectUnix(socketPath));
+
+  const std::string tooLong = (home.path() / std::string(120, 'x')).string();
+  EXPECT_THROW(UnixListener::open(tooLong), DaemonError);
+}
+
+TEST_F(SocketLayer, FramesOfLengthZeroOrAboveTheLimitCloseWithoutAnAnswer) {
+  struct Case {
+    Bytes sent;
+    bool readsABody;
+  };
+  const Case cases[] = {
+      {Framing::frame(bytesOf("\x0b")), true},
+      {Bytes{0, 0, 0, 0}, false},
+      {Bytes{0, 4, 0, 1}, false},  // 262145
+      {Bytes{0, 0, 0, 5, 11}, false},  // truncated body, then end of input
+  };
+  for (const Case& c : cases) {
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    FileDescriptor ours(pair[0]), theirs(pair[1]);
+    ASSERT_TRUE(writeAll(theirs.get(), c.sent));
+    ::shutdown(theirs.get(), SHUT_WR);
+    EXPECT_EQ(readFrame(ours.get()).has_value(), c.readsABody);
+  }
+}
+
+TEST_F(SocketLayer, HangupWatchTellsAHangupFromAShutdown) {
+  int pair[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+  FileDescriptor ours(pair[0]), theirs(pair[1]);
+  std::stop_source shutdown;
+  HangupWatch watch(ours.get(), shutdown.get_token());
+  std::stop_token token = watch.token();
+  ASSERT_TRUE(writeAll(theirs.get(), bytesOf("ahead")));
+  std::this_thread::sleep_for(150ms);
+  EXPECT_FALSE(token.stop_requested()) << "data sent ahead is not a hangup";
+  theirs.reset();
+  EXPECT_TRUE(eventually([&] { return token.stop_requested(); }));
+  EXPECT_TRUE(watch.clientGone());
+
+  int other[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, other), 0);
+  FileDescriptor a(other[0]), b(other[1]);
+  shutdown.request_stop();
+  HangupWatch second(a.get(), shutdown.get_token());
+  EXPECT_TRUE(second.token().stop_requested()) << "the server already stopped";
+  EXPECT_FALSE(second.clientGone());
+}
+
+TEST_F(SocketLayer, ServerBoundsConnectionsRecreatesItsSocketAndStopsCleanly) {
+  UnixListener listener = UnixListener::open(socketPath);
+  std::atomic<int> served = 0;
+  ConnectionServer server(
+      listener,
+      [&](int fd, std::stop_token) {
+        ++served;
+        while (auto frame = readFrame(fd)) writeAll(fd, Framing::frame(*frame));
+      },
+      {.maxConnections = 2, .socketCheckInterval = 50ms});
+  std::stop_source stop;
+  std::jthread runner([&] { server.run(stop.get_token()); });
+
+  FileDescriptor one = connectUnix(socketPath), two = connectUnix(socketPath);
+  FileDescriptor three = connectUnix(socketPath);  // waits in the backlog
+  ASSERT_TRUE(one && two && three);
+  EXPECT_TRUE(eventually([&] { return served == 2; }));
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(served, 2);
+  one.reset();
+  EXPECT_TRUE(eventually([&] { return served == 3; }));
+
+  std::filesystem::remove(socketPath);
+  EXPECT_TRUE(eventually([&] { return std::filesystem::exists(socketPath); }));
+  two.reset();
+  FileDescriptor four = connectUnix(socketPath);
+  ASSERT_TRUE(four);
+  ASSERT_TRUE(writeAll(four.get(), Framing::frame(bytesOf("echo"))));
+  EXPECT_EQ(readFrame(four.get()), bytesOf("echo"));
+
+  stop.request_stop();
+  runner.join();  // returns although clients `three` and `four` are still connected
+  EXPECT_EQ(server.activeConnections(), 0u);
+}
+
+}  // namespace
+}  // namespace quorvane
