@@ -13,6 +13,7 @@ packages=(
   libcli11-dev                        # command-line parsing
   libgtest-dev libgmock-dev libbenchmark-dev
   openssh-client                      # ssh-keygen and ssh-agent as real peers in tests
+  openssh-server                      # sshd on a loopback port in the end-to-end tests
 )
 
 missing=()

@@ -1,0 +1,145 @@
+#include "agent/AgentProgram.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+#include <thread>
+
+#include "AgentCore/Agent.h"
+#include "AgentCore/AgentConnection.h"
+#include "AgentCore/ControlProtocol.h"
+#include "AgentCore/KnownHosts.h"
+#include "AgentCore/LocalApprover.h"
+#include "AgentCore/OriginBuilder.h"
+#include "AgentCore/SupportState.h"
+#include "Platform/Paths.h"
+#include "ProcessContext/ProcessChain.h"
+#include "ProcessContext/ProcessContextError.h"
+#include "ProcessContext/ProcessRecord.h"
+#include "agent/ConnectionServer.h"
+#include "agent/ControlService.h"
+#include "agent/DaemonError.h"
+#include "agent/FrameIO.h"
+#include "agent/HangupWatch.h"
+
+namespace quorvane {
+namespace {
+
+void say(const std::string& text) { std::fprintf(stderr, "quorvane-agent: %s\n", text.c_str()); }
+
+// Everything the running agent holds, wired together.
+struct RunningAgent {
+  SupportState support = SupportState::open();
+  std::shared_ptr<SystemClock> clock = std::make_shared<SystemClock>();
+  std::shared_ptr<KeyStore> keys = support.openKeyStore();
+  std::shared_ptr<ActivityStore> log = support.openActivityLog();
+  std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
+  AnnouncementBoard announcements;
+  std::unique_ptr<Agent> agent;
+
+  RunningAgent() {
+    AgentServices services{keys,
+                           approver,
+                           log,
+                           std::make_shared<KnownHostsResolver>(std::vector<std::filesystem::path>{
+                               homeFolder() / ".ssh" / "known_hosts"}),
+                           std::make_shared<SealedHostPinStore>(support),
+                           std::make_shared<KeychainLockStore>(support.keychain),
+                           clock};
+    agent = std::make_unique<Agent>(std::move(services), PolicyEngine{});
+    reload();
+  }
+
+  // Re-reads keys and rules. A rules file that was tampered with counts as no rules.
+  void reload() {
+    try {
+      keys->reload();
+    } catch (const std::exception& error) {
+      say(std::string("keys.json could not be read: ") + error.what());
+    }
+    RulesFile rules = RulesFile::read(support);
+    if (rules.state == RulesFile::State::tampered)
+      say("rules.json was changed outside Quorvane and is ignored; every request asks");
+    else if (rules.state == RulesFile::State::unreadable)
+      say("rules.json could not be read (" + rules.problem + "); every request asks");
+    agent->replaceRules(rules.rules);
+    announcements.prune(clock->now());
+  }
+
+  void serveAgentConnection(int fd, std::stop_token shutdown) {
+    PeerOrigin peer;
+    try {
+      peer = capture(fd, ::getuid());
+    } catch (const ProcessContextError&) {
+      return;  // another user's process, or one that is already gone: closed without an answer
+    }
+    const ProcessInstance instance{peer.peerPID, processStartTime(peer.peerPID).value_or(0)};
+    AgentConnection connection(*agent, announcements, *clock, buildRequestOrigin(peer),
+                               claimedHostOf(peer), instance);
+    HangupWatch watch(fd, shutdown);
+    while (auto body = readFrame(fd)) {
+      AgentResponse response = connection.handle(*body, watch);
+      if (!writeAll(fd, response.framed())) return;
+    }
+  }
+};
+
+}  // namespace
+
+int runAgentProgram(const AgentProgramOptions& options) {
+  // Signals go to one thread that waits for them; every other thread has them blocked.
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  ::signal(SIGPIPE, SIG_IGN);
+
+  try {
+    const auto agentPath = options.agentSocket.empty() ? agentSocketPath() : options.agentSocket;
+    const auto controlPath =
+        options.controlSocket.empty() ? controlSocketPath() : options.controlSocket;
+    RunningAgent running;
+    UnixListener agentListener = UnixListener::open(agentPath);
+    UnixListener controlListener = UnixListener::open(controlPath);
+
+    ControlService control(*running.agent, *running.approver, *running.clock,
+                           {[&] { running.reload(); }, [] {}});
+    ConnectionServer agentServer(
+        agentListener, [&](int fd, std::stop_token stop) { running.serveAgentConnection(fd, stop); },
+        {.maxConnections = options.maxConnections});
+    ConnectionServer controlServer(
+        controlListener, [&](int fd, std::stop_token stop) { control.serve(fd, stop); }, {});
+
+    std::cout << "SSH_AUTH_SOCK=" << agentPath.string() << "; export SSH_AUTH_SOCK;" << std::endl;
+    say("serving " + std::to_string(running.keys->records().size()) + " keys; stop with Ctrl-C");
+
+    std::stop_source stop;
+    std::jthread agentThread([&] { agentServer.run(stop.get_token()); });
+    std::jthread controlThread([&] { controlServer.run(stop.get_token()); });
+
+    for (;;) {
+      int received = 0;
+      if (sigwait(&signals, &received) != 0) continue;
+      if (received == SIGHUP) {
+        say("reloading");
+        running.reload();
+        continue;
+      }
+      break;
+    }
+    say("stopping");
+    stop.request_stop();
+    agentThread.join();
+    controlThread.join();
+    agentListener.removeFile();
+    controlListener.removeFile();
+    return 0;
+  } catch (const std::exception& error) {
+    say(error.what());
+    return 1;
+  }
+}
+
+}  // namespace quorvane

@@ -1,0 +1,20 @@
+#include <CLI/CLI.hpp>
+
+#include "agent/AgentProgram.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "quorvane-agent: the Quorvane SSH agent. Serves your keys to ssh, git and every program\n"
+      "that reads SSH_AUTH_SOCK, asks you (or your rules) before each signature, and logs every\n"
+      "request. Runs in the foreground; stop it with Ctrl-C or SIGTERM, reload with SIGHUP."};
+  quorvane::AgentProgramOptions options;
+  app.add_option("--socket", options.agentSocket,
+                 "agent socket (default ~/.ssh/quorvane/agent.sock)");
+  app.add_option("--control-socket", options.controlSocket,
+                 "control socket for the quorvane command (default ~/.ssh/quorvane/control.sock)");
+  app.add_option("--max-connections", options.maxConnections,
+                 "clients served at once; more wait (default 64)");
+  app.add_flag("--foreground", "accepted for compatibility; the agent always runs in the foreground");
+  CLI11_PARSE(app, argc, argv);
+  return quorvane::runAgentProgram(options);
+}

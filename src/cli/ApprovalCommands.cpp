@@ -1,0 +1,135 @@
+#include <unistd.h>
+
+#include <iostream>
+#include <map>
+
+#include "AgentCore/ControlProtocol.h"
+#include "cli/CommandSupport.h"
+#include "cli/Commands.h"
+
+namespace quorvane::cli {
+namespace {
+
+const std::map<std::string, double> kWindows = {{"5m", 300},   {"15m", 900},   {"30m", 1800},
+                                                {"1h", 3600},  {"12h", 43200}, {"24h", 86400}};
+
+// The approval text of a request, as the terminal shows it.
+void showRequest(const JSON& request) {
+  const JSON& origin = request["origin"];
+  std::cout << "\n" << request.value("reason", "") << "\n";
+  std::cout << "  request  " << request.value("id", "") << " (expires "
+            << request.value("expiresAt", "") << ")\n";
+  std::cout << "  key      " << request["key"].value("name", "") << "  "
+            << request["key"].value("fingerprint", "") << "\n";
+  if (request.contains("hostDisplay"))
+    std::cout << "  host     " << request.value("hostDisplay", "") << "\n";
+  if (request.contains("hostKeyFingerprint"))
+    std::cout << "  host key " << request.value("hostKeyFingerprint", "") << "\n";
+  if (origin.contains("claimedReason"))
+    std::cout << "  says     “" << origin.value("claimedReason", "") << "” (its own claim)\n";
+  std::cout << "  program  " << origin.value("appName", "") << "\n";
+  for (const auto& path : origin.value("chainPaths", JSON::array()))
+    std::cout << "           " << path.get<std::string>() << "\n";
+  if (origin.contains("workingDirectory"))
+    std::cout << "  folder   " << origin.value("workingDirectory", "") << "\n";
+}
+
+JSON answerMessage(const std::string& id, bool approve, const std::string& frontend) {
+  return {{"message", "answer"}, {"id", id}, {"approve", approve}, {"frontend", frontend}};
+}
+
+// The interactive prompt: shows every request as it arrives and reads the answer.
+void watch() {
+  auto client = ControlClient::connect();
+  if (!client) throw CommandFailure("the agent is not running (start it with quorvane-agent)");
+  client->request({{"message", "watch"}});
+  std::cout << "Waiting for signature requests (Ctrl-C to stop)…\n";
+  while (auto event = client->next()) {
+    if (event->value("event", "") != "request") continue;
+    const JSON request = (*event)["request"];
+    showRequest(request);
+    const bool window = request.value("windowAllowed", false);
+    std::cout << "  [o]nce" << (window ? ", [w]indow (5m 15m 30m 1h 12h 24h)" : "")
+              << ", [d]eny, deny and [b]lock > " << std::flush;
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return;
+    JSON message = answerMessage(request.value("id", ""), true, "quorvane watch");
+    if (answer == "d" || answer == "deny") {
+      message["approve"] = false;
+    } else if (answer == "b" || answer == "block") {
+      message["approve"] = false;
+      message["block"] = true;
+    } else if (window && (answer == "w" || kWindows.contains(answer))) {
+      message["windowSeconds"] = kWindows.at(answer == "w" ? "15m" : answer);
+    } else if (answer != "o" && answer != "once") {
+      std::cout << "  Not an answer; the request keeps waiting. Use quorvane approve or deny.\n";
+      continue;
+    }
+    auto second = ControlClient::connect();
+    JSON result = second ? second->request(message) : JSON{{"ok", false}, {"error", "agent gone"}};
+    std::cout << (result.value("ok", false) ? "  Answered.\n"
+                                            : "  " + result.value("error", "refused") + "\n");
+  }
+}
+
+}  // namespace
+
+void addApprovalCommands(CLI::App& app) {
+  static bool pendingJSON = false;
+  CLI::App* pending = app.add_subcommand("pending", "list signature requests waiting for you");
+  addJSONFlag(pending, pendingJSON);
+  pending->callback([] {
+    JSON answer = askAgent({{"message", "pending"}});
+    if (pendingJSON) return printJSON(answer["pending"]);
+    if (answer["pending"].empty()) std::cout << "Nothing is waiting.\n";
+    for (const JSON& request : answer["pending"]) showRequest(request);
+  });
+
+  static std::string approveID, approveWindow;
+  CLI::App* approve = app.add_subcommand("approve", "let a waiting request sign");
+  approve->add_option("ID", approveID, "the request's id (see quorvane pending)")->required();
+  approve->add_option("--window", approveWindow,
+                      "also let the same program use the key for this purpose for a while")
+      ->check(CLI::IsMember({"5m", "15m", "30m", "1h", "12h", "24h"}));
+  approve->callback([] {
+    JSON message = answerMessage(approveID, true, "quorvane approve");
+    if (!approveWindow.empty()) message["windowSeconds"] = kWindows.at(approveWindow);
+    askAgent(message);
+    std::cout << "Approved.\n";
+  });
+
+  static std::string denyID;
+  static bool denyBlock = false;
+  CLI::App* deny = app.add_subcommand("deny", "refuse a waiting request");
+  deny->add_option("ID", denyID, "the request's id (see quorvane pending)")->required();
+  deny->add_flag("--block", denyBlock, "also block the program for a while");
+  deny->callback([] {
+    JSON message = answerMessage(denyID, false, "quorvane deny");
+    message["block"] = denyBlock;
+    askAgent(message);
+    std::cout << "Denied.\n";
+  });
+
+  app.add_subcommand("watch", "show each signature request as it comes and answer it")
+      ->callback(watch);
+}
+
+void addLockCommands(CLI::App& app) {
+  app.add_subcommand("lock", "refuse every signature until you unlock")->callback([] {
+    askAgent({{"message", std::string(kLockAllMessage)}});
+    std::cout << "All SSH keys are locked.\n";
+  });
+  app.add_subcommand("unlock", "let keys sign again")->callback([] {
+    askAgent({{"message", "unlock"}});
+    std::cout << "Unlocked.\n";
+  });
+}
+
+bool confirm(const std::string& question) {
+  if (!::isatty(STDIN_FILENO)) return false;
+  std::cout << question << " [y/N] " << std::flush;
+  std::string answer;
+  return std::getline(std::cin, answer) && (answer == "y" || answer == "Y" || answer == "yes");
+}
+
+}  // namespace quorvane::cli

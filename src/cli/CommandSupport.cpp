@@ -1,0 +1,41 @@
+#include "cli/CommandSupport.h"
+
+#include <iostream>
+
+#include "AgentCore/ControlProtocol.h"
+#include "SSHWire/SSHPublicKey.h"
+
+namespace quorvane::cli {
+
+void printJSON(const JSON& value) {
+  std::cout << value.dump(2, ' ', false, JSON::error_handler_t::replace) << "\n";
+}
+
+void notifyAgentOfChange() { postToAgent({{"message", std::string(kReloadMessage)}}); }
+
+JSON askAgent(const JSON& message) {
+  auto client = ControlClient::connect();
+  if (!client)
+    throw CommandFailure("the agent is not running (start it with quorvane-agent)");
+  JSON answer = client->request(message);
+  if (!answer.value("ok", false)) throw CommandFailure(answer.value("error", "the agent refused"));
+  return answer;
+}
+
+KeyRecord findKey(const std::vector<KeyRecord>& records, const std::string& name) {
+  std::vector<const KeyRecord*> found;
+  for (const KeyRecord& record : records)
+    if (record.name == name || fingerprint(record.publicKeyBlob) == name ||
+        record.id.uuidString() == name)
+      found.push_back(&record);
+  if (found.empty()) throw CommandFailure("no key named " + name + " (see quorvane keys list)");
+  if (found.size() > 1)
+    throw CommandFailure("several keys are named " + name + "; use the fingerprint instead");
+  return *found.front();
+}
+
+void addJSONFlag(CLI::App* command, bool& json) {
+  command->add_flag("--json", json, "print JSON for scripts instead of text");
+}
+
+}  // namespace quorvane::cli

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "AgentCore/SupportState.h"
+#include "KeyStore/KeyRecord.h"
+#include "Platform/JSONReader.h"
+
+namespace quorvane::cli {
+
+// A failure to report to the user: the message is printed as "quorvane: " + message, exit 1.
+struct CommandFailure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Prints a JSON value for scripts (pretty, one value per run).
+void printJSON(const JSON& value);
+
+// Tells a running agent that keys, rules or pins changed. Says nothing when no agent runs.
+void notifyAgentOfChange();
+
+// Sends a message to the running agent and returns its answer; a missing agent or an answer with
+// "ok": false is a CommandFailure.
+JSON askAgent(const JSON& message);
+
+// The key named `name` (its name, its fingerprint, or its id). Several keys with the name, or none:
+// CommandFailure.
+KeyRecord findKey(const std::vector<KeyRecord>& records, const std::string& name);
+
+// Shorthand for a subcommand's `--json` flag.
+void addJSONFlag(CLI::App* command, bool& json);
+
+}  // namespace quorvane::cli

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+
+namespace quorvane::cli {
+
+// Each adds one group of subcommands to the program.
+void addKeyCommands(CLI::App& app);
+void addApprovalCommands(CLI::App& app);
+void addLockCommands(CLI::App& app);
+void addRuleCommands(CLI::App& app);
+void addLogCommands(CLI::App& app);
+
+// Asks a yes/no question on the terminal; false without a terminal.
+bool confirm(const std::string& question);
+
+}  // namespace quorvane::cli

@@ -1,0 +1,203 @@
+#include "e2e/EndToEndSupport.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "Platform/FileDescriptor.h"
+
+namespace quorvane::testing {
+
+using namespace std::chrono_literals;
+
+BackgroundProcess::BackgroundProcess(const std::vector<std::string>& arguments,
+                                     const std::filesystem::path& output) {
+  pid_ = ::fork();
+  if (pid_ == 0) {
+    int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    int in = ::open("/dev/null", O_RDONLY);
+    ::dup2(in, STDIN_FILENO);
+    ::dup2(out, STDOUT_FILENO);
+    ::dup2(out, STDERR_FILENO);
+    ::setpgid(0, 0);
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    ::execvp(argv[0], argv.data());
+    ::_exit(127);
+  }
+}
+
+std::optional<int> BackgroundProcess::waitFor(std::chrono::milliseconds timeout) {
+  if (exitCode_) return exitCode_;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  do {
+    int status = 0;
+    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+      exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+      return exitCode_;
+    }
+    std::this_thread::sleep_for(10ms);
+  } while (std::chrono::steady_clock::now() < deadline);
+  return std::nullopt;
+}
+
+int BackgroundProcess::stop(int signal) {
+  if (exitCode_) return *exitCode_;
+  ::kill(pid_, signal);
+  if (auto code = waitFor(5s)) return *code;
+  ::kill(pid_, SIGKILL);
+  return waitFor(5s).value_or(-SIGKILL);
+}
+
+BackgroundProcess::~BackgroundProcess() {
+  if (pid_ > 0) stop(SIGTERM);
+}
+
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(20ms);
+  }
+  return condition();
+}
+
+int freeLoopbackPort() {
+  FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0)
+    return 0;
+  return ntohs(address.sin_port);
+}
+
+std::string currentUserName() {
+  passwd* entry = ::getpwuid(::getuid());
+  return entry != nullptr ? entry->pw_name : "root";
+}
+
+QuorvaneHome::QuorvaneHome() {
+  ::setenv("HOME", home().c_str(), 1);
+  ::setenv("XDG_DATA_HOME", (home() / "data").c_str(), 1);
+  ::setenv("SSH_AUTH_SOCK", agentSocket().c_str(), 1);
+  std::filesystem::create_directories(home() / ".ssh");
+  startAgent();
+}
+
+QuorvaneHome::~QuorvaneHome() { stopAgent(); }
+
+std::filesystem::path QuorvaneHome::agentSocket() const {
+  return home() / ".ssh" / "quorvane" / "agent.sock";
+}
+
+void QuorvaneHome::startAgent() {
+  agent_ = std::make_unique<BackgroundProcess>(
+      std::vector<std::string>{QUORVANE_AGENT_BINARY}, home() / "agent.log");
+  EXPECT_TRUE(eventually([&] {
+    return std::filesystem::exists(home() / ".ssh" / "quorvane" / "control.sock");
+  })) << readFile(home() / "agent.log");
+}
+
+void QuorvaneHome::stopAgent() {
+  if (agent_) EXPECT_EQ(agent_->stop(SIGTERM), 0) << readFile(home() / "agent.log");
+  agent_.reset();
+}
+
+CommandResult QuorvaneHome::quorvane(const std::vector<std::string>& arguments, bool mayFail) {
+  std::vector<std::string> command = {QUORVANE_CLI_BINARY};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  CommandResult result = runCommand(command);
+  if (!mayFail) EXPECT_EQ(result.exitCode, 0) << "quorvane " << arguments.front();
+  return result;
+}
+
+JSON QuorvaneHome::quorvaneJSON(const std::vector<std::string>& arguments) {
+  std::vector<std::string> withJSON = arguments;
+  withJSON.push_back("--json");
+  return JSON::parse(quorvane(withJSON).output);
+}
+
+JSON QuorvaneHome::waitForPending(size_t count) {
+  JSON pending;
+  EXPECT_TRUE(eventually([&] {
+    pending = quorvaneJSON({"pending"});
+    return pending.size() == count;
+  })) << pending.dump();
+  return pending;
+}
+
+void QuorvaneHome::approveNext(const std::vector<std::string>& extra) {
+  JSON pending = waitForPending(1);
+  if (pending.size() != 1) return;
+  std::vector<std::string> command = {"approve", pending[0]["id"].get<std::string>()};
+  command.insert(command.end(), extra.begin(), extra.end());
+  quorvane(command);
+}
+
+JSON QuorvaneHome::lastEntry() {
+  JSON entries = quorvaneJSON({"log", "--limit", "1"});
+  return entries.empty() ? JSON() : entries[0];
+}
+
+SSHServer::SSHServer(const std::filesystem::path& folder,
+                     const std::vector<std::string>& authorizedKeys)
+    : folder_(folder) {
+  std::filesystem::create_directories(folder_);
+  EXPECT_EQ(runCommand({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f",
+                        (folder_ / "host_key").string()})
+                .exitCode,
+            0);
+  std::string line = readFile(folder_ / "host_key.pub");
+  hostKeyLine_ = line.substr(0, line.find(' ', line.find(' ') + 1));
+  std::string keys;
+  for (const std::string& key : authorizedKeys) keys += key + "\n";
+  writeFile(folder_ / "authorized_keys", keys);
+  port_ = freeLoopbackPort();
+  writeFile(folder_ / "sshd_config",
+            "Port " + std::to_string(port_) +
+                "\nListenAddress 127.0.0.1\nHostKey " + (folder_ / "host_key").string() +
+                "\nAuthorizedKeysFile " + (folder_ / "authorized_keys").string() +
+                "\nStrictModes no\nPasswordAuthentication no\nKbdInteractiveAuthentication no\n"
+                "UsePAM no\nPermitRootLogin prohibit-password\nAllowAgentForwarding yes\n"
+                "PidFile " + (folder_ / "sshd.pid").string() + "\n");
+  std::filesystem::create_directories("/run/sshd");
+  process_ = std::make_unique<BackgroundProcess>(
+      std::vector<std::string>{"/usr/sbin/sshd", "-D", "-e", "-f",
+                               (folder_ / "sshd_config").string()},
+      folder_ / "sshd.log");
+  EXPECT_TRUE(eventually([&] {
+    FileDescriptor probe(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port_));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return ::connect(probe.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  })) << readFile(folder_ / "sshd.log");
+}
+
+std::string SSHServer::hostKeyFingerprint() const {
+  CommandResult result = runCommand({"ssh-keygen", "-l", "-E", "sha256", "-f",
+                                     (folder_ / "host_key.pub").string()});
+  std::string output = result.output;
+  size_t start = output.find("SHA256:");
+  return output.substr(start, output.find(' ', start) - start);
+}
+
+std::string SSHServer::knownHostsLine() const {
+  return "[127.0.0.1]:" + std::to_string(port_) + " " + hostKeyLine_;
+}
+
+}  // namespace quorvane::testing

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/JSONReader.h"
+#include "support/TestSupport.h"
+
+namespace quorvane::testing {
+
+// A program started in the background, its output going to a file; killed (SIGTERM, then
+// SIGKILL) when the object dies unless it ended before.
+class BackgroundProcess {
+ public:
+  BackgroundProcess(const std::vector<std::string>& arguments, const std::filesystem::path& output);
+  ~BackgroundProcess();
+  BackgroundProcess(const BackgroundProcess&) = delete;
+  BackgroundProcess& operator=(const BackgroundProcess&) = delete;
+
+  pid_t pid() const { return pid_; }
+  // Sends `signal` and waits for the exit: the exit code, or minus the signal.
+  int stop(int signal);
+  // Waits at most `timeout` for the exit; nothing if it still runs.
+  std::optional<int> waitFor(std::chrono::milliseconds timeout);
+
+ private:
+  pid_t pid_ = -1;
+  std::optional<int> exitCode_;
+};
+
+// Polls `condition` every 20 ms for at most `timeout`.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+// A TCP port on 127.0.0.1 that was free a moment ago.
+int freeLoopbackPort();
+
+// The whole system in a temporary home: HOME and XDG_DATA_HOME point into it (for this process
+// and the programs it starts), the agent runs on its sockets, SSH_AUTH_SOCK names its agent
+// socket.
+class QuorvaneHome {
+ public:
+  QuorvaneHome();
+  ~QuorvaneHome();
+
+  const std::filesystem::path& home() const { return directory_.path(); }
+  std::filesystem::path agentSocket() const;
+
+  // Runs `quorvane` with arguments; fails the test on a non-zero exit unless `mayFail`.
+  CommandResult quorvane(const std::vector<std::string>& arguments, bool mayFail = false);
+  // `quorvane ... --json`, parsed.
+  JSON quorvaneJSON(const std::vector<std::string>& arguments);
+  // Waits until exactly `count` requests are pending and returns them.
+  JSON waitForPending(size_t count);
+  // Approves the single pending request (waiting for it first).
+  void approveNext(const std::vector<std::string>& extra = {});
+  // The newest activity entry.
+  JSON lastEntry();
+
+  void startAgent();
+  void stopAgent();
+
+ private:
+  TemporaryDirectory directory_;
+  std::unique_ptr<BackgroundProcess> agent_;
+};
+
+// An sshd on a loopback port, in a temporary folder, accepting the public keys given for the
+// user running the test.
+class SSHServer {
+ public:
+  SSHServer(const std::filesystem::path& folder, const std::vector<std::string>& authorizedKeys);
+
+  int port() const { return port_; }
+  // The host key's public line ("ssh-ed25519 AAAA...") and fingerprint.
+  const std::string& hostKeyLine() const { return hostKeyLine_; }
+  std::string hostKeyFingerprint() const;
+  // The known_hosts line for this server.
+  std::string knownHostsLine() const;
+
+ private:
+  std::filesystem::path folder_;
+  int port_ = 0;
+  std::string hostKeyLine_;
+  std::unique_ptr<BackgroundProcess> process_;
+};
+
+// The user name that the tests log in as (the user running them).
+std::string currentUserName();
+
+}  // namespace quorvane::testing

@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <future>
+
+#include "e2e/EndToEndSupport.h"
+
+namespace quorvane::testing {
+namespace {
+
+// The whole system with real OpenSSH and git in a temporary home. OpenSSH takes "~" from the
+// password database, not from HOME, so every ssh command names its files explicitly.
+class EndToEnd : public ::testing::Test {
+ protected:
+  QuorvaneHome quorvane;
+
+  std::string publicKey(const std::string& name) {
+    std::string line = quorvane.quorvane({"keys", "public", name}).output;
+    return line.substr(0, line.find('\n'));
+  }
+
+  std::vector<std::string> ssh(int port, const std::vector<std::string>& remote,
+                               bool forwardAgent = false) {
+    std::vector<std::string> command = {
+        "ssh", "-F", "/dev/null", "-o", "BatchMode=yes",
+        "-o", "UserKnownHostsFile=" + (quorvane.home() / ".ssh" / "known_hosts").string(),
+        "-o", "IdentityAgent=" + quorvane.agentSocket().string(), "-p", std::to_string(port)};
+    if (forwardAgent) command.push_back("-A");
+    command.push_back(currentUserName() + "@127.0.0.1");
+    command.insert(command.end(), remote.begin(), remote.end());
+    return command;
+  }
+
+  std::future<CommandResult> inBackground(std::vector<std::string> command) {
+    return std::async(std::launch::async, [command] { return runCommand(command); });
+  }
+};
+
+TEST_F(EndToEnd, SSHAddSeesKeysInOrderAndCannotChangeThem) {
+  quorvane.quorvane({"keys", "generate", "first"});
+  quorvane.quorvane({"keys", "generate", "second", "--type", "ecdsa-p256"});
+  CommandResult listed = runCommand({"ssh-add", "-L"});
+  ASSERT_EQ(listed.exitCode, 0);
+  EXPECT_EQ(listed.output, publicKey("first") + "\n" + publicKey("second") + "\n");
+
+  EXPECT_NE(runCommand({"ssh-add", "-D"}).exitCode, 0);
+  ASSERT_EQ(runCommand({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f",
+                        (quorvane.home() / "plain").string()})
+                .exitCode,
+            0);
+  EXPECT_NE(runCommand({"ssh-add", (quorvane.home() / "plain").string()}).exitCode, 0);
+
+  // ssh-add reads the lock passphrase through SSH_ASKPASS when it has no terminal.
+  writeFile(quorvane.home() / "askpass", "#!/bin/sh\necho passphrase\n");
+  std::filesystem::permissions(quorvane.home() / "askpass", std::filesystem::perms::owner_all);
+  ::setenv("SSH_ASKPASS", (quorvane.home() / "askpass").c_str(), 1);
+  ::setenv("SSH_ASKPASS_REQUIRE", "force", 1);
+  EXPECT_NE(runCommand({"ssh-add", "-X"}).exitCode, 0) << "clients cannot unlock";
+  EXPECT_EQ(runCommand({"ssh-add", "-x"}).exitCode, 0);
+  EXPECT_EQ(runCommand({"ssh-add", "-L"}).output, listed.output) << "locked, still listed";
+  EXPECT_NE(runCommand({"ssh-add", "-X"}).exitCode, 0);
+  quorvane.quorvane({"unlock"});
+}
+
+TEST_F(EndToEnd, SSHKeygenSignsAfterApprovalAndTheSignatureVerifies) {
+  quorvane.quorvane({"keys", "generate", "signer"});
+  writeFile(quorvane.home() / "signer.pub", publicKey("signer") + "\n");
+  writeFile(quorvane.home() / "message", "release 1.0\n");
+  auto signing = inBackground({"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
+                               (quorvane.home() / "signer.pub").string(),
+                               (quorvane.home() / "message").string()});
+  JSON pending = quorvane.waitForPending(1);
+  ASSERT_EQ(pending.size(), 1u);
+  EXPECT_EQ(pending[0]["reason"].get<std::string>().find(" for sign data (file) with key “signer”") !=
+                std::string::npos,
+            true);
+  quorvane.approveNext();
+  ASSERT_EQ(signing.get().exitCode, 0);
+
+  writeFile(quorvane.home() / "allowed", "me@example.com " + publicKey("signer") + "\n");
+  EXPECT_EQ(runCommand({"ssh-keygen", "-Y", "verify", "-f", (quorvane.home() / "allowed").string(),
+                        "-I", "me@example.com", "-n", "file", "-s",
+                        (quorvane.home() / "message.sig").string()},
+                       quorvane.home() / "message")
+                .exitCode,
+            0);
+  JSON entry = quorvane.lastEntry();
+  EXPECT_EQ(entry["purpose"], "sign:file");
+  EXPECT_EQ(entry["outcome"], "signed");
+}
+
+TEST_F(EndToEnd, SSHLoginsAreBoundToTheRealHostAndRulesCanAllowThem) {
+  quorvane.quorvane({"keys", "generate", "login"});
+  SSHServer server(quorvane.home() / "sshd", {publicKey("login")});
+  writeFile(quorvane.home() / ".ssh" / "known_hosts", server.knownHostsLine() + "\n");
+
+  auto first = inBackground(ssh(server.port(), {"echo", "in"}));
+  quorvane.approveNext();
+  CommandResult result = first.get();
+  ASSERT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, "in\n");
+  JSON entry = quorvane.lastEntry();
+  EXPECT_EQ(entry["purpose"], "login");
+  EXPECT_EQ(entry["host"], currentUserName() + "@127.0.0.1");
+  EXPECT_EQ(entry["hostVerified"], true);
+  EXPECT_EQ(entry["hostKeyFingerprint"], server.hostKeyFingerprint());
+
+  quorvane.quorvane({"rules", "add", "--name", "this server", "--decision", "allow", "--purpose",
+                     "login", "--host-key", server.hostKeyFingerprint()});
+  EXPECT_EQ(runCommand(ssh(server.port(), {"true"})).exitCode, 0) << "no prompt this time";
+  EXPECT_EQ(quorvane.lastEntry()["decidedBy"], "rule “this server”");
+}
+
+TEST_F(EndToEnd, AForwardedLoginShowsItsHopAndNeedsAllowForwarded) {
+  quorvane.quorvane({"keys", "generate", "hop"});
+  SSHServer jump(quorvane.home() / "jump", {publicKey("hop")});
+  SSHServer target(quorvane.home() / "target", {publicKey("hop")});
+  const auto knownHosts = quorvane.home() / ".ssh" / "known_hosts";
+  writeFile(knownHosts, jump.knownHostsLine() + "\n" + target.knownHostsLine() + "\n");
+  quorvane.quorvane({"rules", "add", "--name", "target", "--decision", "allow", "--purpose",
+                     "login", "--host-key", target.hostKeyFingerprint()});
+
+  // On the jump host, ssh uses the forwarded agent (SSH_AUTH_SOCK set by sshd).
+  auto login = inBackground(ssh(jump.port(),
+                                {"ssh", "-F", "/dev/null", "-o", "BatchMode=yes", "-o",
+                                 "UserKnownHostsFile=" + knownHosts.string(), "-p",
+                                 std::to_string(target.port()), currentUserName() + "@127.0.0.1",
+                                 "echo", "through"},
+                                true));
+  quorvane.approveNext();  // the login to the jump host
+  quorvane.approveNext();  // the forwarded login: the rule without --allow-forwarded does not match
+  CommandResult result = login.get();
+  ASSERT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, "through\n");
+  JSON entry = quorvane.lastEntry();
+  EXPECT_EQ(entry["hostKeyFingerprint"], target.hostKeyFingerprint());
+  EXPECT_EQ(entry["forwardedVia"], JSON::array({jump.hostKeyFingerprint()}));
+  EXPECT_EQ(entry["decision"], "askLocal");
+}
+
+TEST_F(EndToEnd, GitSignsCommitsWithAnAgentKey) {
+  quorvane.quorvane({"keys", "generate", "git"});
+  const auto repository = quorvane.home() / "repo";
+  const std::string key = publicKey("git");
+  writeFile(quorvane.home() / "allowed", "me@example.com " + key + "\n");
+  auto git = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"git", "-C", repository.string()});
+    return runCommand(arguments);
+  };
+  ASSERT_EQ(runCommand({"git", "init", "-q", repository.string()}).exitCode, 0);
+  for (auto setting : std::vector<std::pair<std::string, std::string>>{
+           {"user.name", "Me"},
+           {"user.email", "me@example.com"},
+           {"gpg.format", "ssh"},
+           {"user.signingkey", "key::" + key},
+           {"gpg.ssh.allowedSignersFile", (quorvane.home() / "allowed").string()}})
+    ASSERT_EQ(git({"config", setting.first, setting.second}).exitCode, 0);
+
+  auto commit = inBackground({"git", "-C", repository.string(), "commit", "-q", "-S",
+                              "--allow-empty", "-m", "signed"});
+  quorvane.approveNext();
+  ASSERT_EQ(commit.get().exitCode, 0);
+  EXPECT_EQ(git({"verify-commit", "HEAD"}).exitCode, 0);
+  EXPECT_EQ(quorvane.lastEntry()["purpose"], "sign:git");
+}
+
+TEST_F(EndToEnd, AClientKilledWhileWaitingIsLoggedAsDisconnected) {
+  quorvane.quorvane({"keys", "generate", "patient"});
+  writeFile(quorvane.home() / "patient.pub", publicKey("patient") + "\n");
+  writeFile(quorvane.home() / "message", "x");
+  BackgroundProcess signer({"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
+                            (quorvane.home() / "patient.pub").string(),
+                            (quorvane.home() / "message").string()},
+                           quorvane.home() / "signer.log");
+  quorvane.waitForPending(1);
+  signer.stop(SIGKILL);
+  quorvane.waitForPending(0);
+  JSON entry = quorvane.lastEntry();
+  EXPECT_EQ(entry["note"], "client disconnected");
+  EXPECT_EQ(entry["outcome"], "expired");
+}
+
+}  // namespace
+}  // namespace quorvane::testing
