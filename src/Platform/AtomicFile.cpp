@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <mutex>
+#include <optional>
 #include <system_error>
 
 #include "Crypto/Hex.h"
@@ -16,17 +18,29 @@ namespace quorvane {
 namespace {
 
 constexpr std::string_view kTemporaryMarker = ".tmp-";
-constexpr int kNoFault = -1;
+// The armed fault, if any. Checked on every step, so the common case is one relaxed load.
+struct Fault {
+  std::mutex mutex;
+  std::optional<AtomicWriteStep> step;  // guarded by mutex
+  int error = 0;                        // guarded by mutex
+  std::filesystem::path target;         // guarded by mutex
+};
+std::atomic<bool> faultArmed{false};
 
-std::atomic<int> faultStep{kNoFault};
-std::atomic<int> faultError{0};
+Fault& fault() {
+  static Fault instance;
+  return instance;
+}
 
-// The injected error for `step`, consumed, or 0.
-int takeFault(AtomicWriteStep step) {
-  int expected = static_cast<int>(step);
-  if (faultStep.load() != expected) return 0;
-  if (!faultStep.compare_exchange_strong(expected, kNoFault)) return 0;
-  return faultError.load();
+// The injected error for `step` of a write to `path`, consumed, or 0.
+int takeFault(AtomicWriteStep step, const std::filesystem::path& path) {
+  if (!faultArmed.load(std::memory_order_relaxed)) return 0;
+  Fault& armed = fault();
+  std::lock_guard lock(armed.mutex);
+  if (armed.step != step || (!armed.target.empty() && armed.target != path)) return 0;
+  armed.step.reset();
+  faultArmed = false;
+  return armed.error;
 }
 
 [[noreturn]] void fail(int errorNumber, const std::string& what) {
@@ -36,8 +50,8 @@ int takeFault(AtomicWriteStep step) {
 // Runs one step's system call, unless a fault was injected for the step: then the call is not
 // made and the injected error is reported as if the call had failed with it.
 template <typename Call>
-int runStep(AtomicWriteStep step, Call call) {
-  if (int injected = takeFault(step)) {
+int runStep(AtomicWriteStep step, const std::filesystem::path& path, Call call) {
+  if (int injected = takeFault(step, path)) {
     errno = injected;
     return -1;
   }
@@ -58,8 +72,9 @@ class FileDescriptor {
   int fd_;
 };
 
-void writeAll(int fd, ByteView contents, const std::string& what) {
-  if (int injected = takeFault(AtomicWriteStep::write)) fail(injected, what);
+void writeAll(int fd, ByteView contents, const std::filesystem::path& path,
+              const std::string& what) {
+  if (int injected = takeFault(AtomicWriteStep::write, path)) fail(injected, what);
   size_t written = 0;
   while (written < contents.size()) {
     ssize_t count = ::write(fd, contents.data() + written, contents.size() - written);
@@ -84,7 +99,7 @@ void writeFileAtomically(const std::filesystem::path& path, ByteView contents, m
   for (int attempt = 0; attempt < 4 && fd < 0; ++attempt) {
     temporary = folder / ("." + path.filename().string() + std::string(kTemporaryMarker) +
                           hexEncode(crypto::randomBytes(8)));
-    fd = runStep(AtomicWriteStep::createTemporary, [&] {
+    fd = runStep(AtomicWriteStep::createTemporary, path, [&] {
       return ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     });
     if (fd < 0 && errno != EEXIST) break;
@@ -93,10 +108,10 @@ void writeFileAtomically(const std::filesystem::path& path, ByteView contents, m
   FileDescriptor file(fd);
   try {
     if (::fchmod(file.get(), mode) != 0) fail(errno, "chmod " + temporary.string());
-    writeAll(file.get(), contents, "write " + temporary.string());
-    if (runStep(AtomicWriteStep::syncFile, [&] { return ::fsync(file.get()); }) != 0)
+    writeAll(file.get(), contents, path, "write " + temporary.string());
+    if (runStep(AtomicWriteStep::syncFile, path, [&] { return ::fsync(file.get()); }) != 0)
       fail(errno, "fsync " + temporary.string());
-    if (runStep(AtomicWriteStep::rename,
+    if (runStep(AtomicWriteStep::rename, path,
                 [&] { return ::rename(temporary.c_str(), path.c_str()); }) != 0)
       fail(errno, "rename to " + path.string());
   } catch (...) {
@@ -105,7 +120,7 @@ void writeFileAtomically(const std::filesystem::path& path, ByteView contents, m
   }
   FileDescriptor folderFile(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folderFile.get() < 0) fail(errno, "open " + folder.string());
-  if (runStep(AtomicWriteStep::syncFolder, [&] { return ::fsync(folderFile.get()); }) != 0)
+  if (runStep(AtomicWriteStep::syncFolder, path, [&] { return ::fsync(folderFile.get()); }) != 0)
     fail(errno, "fsync " + folder.string());
 }
 
@@ -131,11 +146,21 @@ bool isAtomicWriteTemporary(std::string_view fileName) {
          fileName.find(kTemporaryMarker) != std::string_view::npos;
 }
 
-void injectAtomicWriteFault(AtomicWriteStep step, int errorNumber) {
-  faultError.store(errorNumber);
-  faultStep.store(static_cast<int>(step));
+void injectAtomicWriteFault(AtomicWriteStep step, int errorNumber,
+                            const std::filesystem::path& target) {
+  Fault& armed = fault();
+  std::lock_guard lock(armed.mutex);
+  armed.step = step;
+  armed.error = errorNumber;
+  armed.target = target;
+  faultArmed = true;
 }
 
-void clearAtomicWriteFault() { faultStep.store(kNoFault); }
+void clearAtomicWriteFault() {
+  Fault& armed = fault();
+  std::lock_guard lock(armed.mutex);
+  armed.step.reset();
+  faultArmed = false;
+}
 
 }  // namespace quorvane

@@ -32,9 +32,11 @@ bool isAtomicWriteTemporary(std::string_view fileName);
 // The steps of writeFileAtomically, for the fault seam below.
 enum class AtomicWriteStep { createTemporary, write, syncFile, rename, syncFolder };
 
-// Test seam: the next writeFileAtomically in this process that reaches `step` fails there with
-// `errorNumber`, as if the system call had failed. One shot; not for production code.
-void injectAtomicWriteFault(AtomicWriteStep step, int errorNumber);
+// Test seam: the next writeFileAtomically in this process that reaches `step` (with `target` as
+// its path, when `target` is not empty) fails there with `errorNumber`, as if the system call had
+// failed. One shot; not for production code.
+void injectAtomicWriteFault(AtomicWriteStep step, int errorNumber,
+                            const std::filesystem::path& target = {});
 // Removes a fault that has not fired yet.
 void clearAtomicWriteFault();
 
