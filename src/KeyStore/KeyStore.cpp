@@ -23,7 +23,7 @@ void requireUTF8Name(const std::string& name) {
 Date wholeSeconds(Date date) { return Date{std::floor(date.secondsSince1970)}; }
 
 std::vector<KeyRecord>::const_iterator findRecord(const std::vector<KeyRecord>& records,
-                                                 const UUID& id) {
+                                                  const UUID& id) {
   return std::find_if(records.begin(), records.end(),
                       [&](const KeyRecord& record) { return record.id == id; });
 }
@@ -78,8 +78,8 @@ std::optional<KeyRecord> KeyStore::record(const UUID& id) const {
 std::optional<KeyRecord> KeyStore::record(ByteView publicKeyBlob) const {
   std::lock_guard lock(mutex_);
   for (const KeyRecord& record : records_)
-    if (std::equal(record.publicKeyBlob.begin(), record.publicKeyBlob.end(),
-                   publicKeyBlob.begin(), publicKeyBlob.end()))
+    if (std::equal(record.publicKeyBlob.begin(), record.publicKeyBlob.end(), publicKeyBlob.begin(),
+                   publicKeyBlob.end()))
       return record;
   return std::nullopt;
 }
@@ -112,21 +112,21 @@ KeyRecord KeyStore::create(std::string name, ProtectionClass protection, Date no
   HardwareKeys::CreatedKey created = hardware_->create(protection);
   if (created.publicKey.keyType() != SSHKeyType::ecdsaP256)
     throw KeyStoreError::unsupported("the hardware made a key that is not P-256");
-  KeyRecord record{UUID::random(),          std::move(name),
-                   KeyAlgorithm::ecdsaP256, protection,
-                   created.publicKey.blob,  wholeSeconds(now)};
-  secrets_->store(record.id, created.handle.view());
-  return appendWithSecret(std::move(record));
+  KeyRecord added{UUID::random(), std::move(name),        KeyAlgorithm::ecdsaP256,
+                  protection,     created.publicKey.blob, wholeSeconds(now)};
+  secrets_->store(added.id, created.handle.view());
+  return appendWithSecret(std::move(added));
 }
 
 KeyRecord KeyStore::add(const ImportedKey& key, std::string name, Date now) {
   requireUTF8Name(name);
   std::lock_guard change(changeMutex_);
   if (record(key.publicKey().blob)) throw KeyStoreError::duplicateKey();
-  KeyRecord record{UUID::random(),       std::move(name),           key.algorithm(),
-                   ProtectionClass::imported, key.publicKey().blob, wholeSeconds(now)};
-  secrets_->store(record.id, key.secret().view());
-  return appendWithSecret(std::move(record));
+  KeyRecord added{UUID::random(),       std::move(name),
+                  key.algorithm(),      ProtectionClass::imported,
+                  key.publicKey().blob, wholeSeconds(now)};
+  secrets_->store(added.id, key.secret().view());
+  return appendWithSecret(std::move(added));
 }
 
 KeyRecord KeyStore::generate(KeyAlgorithm algorithm, std::string name, Date now, int rsaBits) {

@@ -44,8 +44,7 @@ uint64_t KeychainSealingKey::generation(std::string_view purpose) {
   const auto* last = first + found.data.size();
   uint64_t value = 0;
   auto [end, error] = std::from_chars(first, last, value);
-  if (error != std::errc() || end != last)
-    throw KeyStoreError::keychain(kKeychainDecodeError);
+  if (error != std::errc() || end != last) throw KeyStoreError::keychain(kKeychainDecodeError);
   return value;
 }
 

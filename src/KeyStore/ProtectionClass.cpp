@@ -8,8 +8,8 @@ namespace quorvane {
 namespace {
 
 constexpr std::array kAllProtectionClasses = {
-    ProtectionClass::touchIDOnly, ProtectionClass::touchIDOrWatch,
-    ProtectionClass::remoteApproval, ProtectionClass::imported};
+    ProtectionClass::touchIDOnly, ProtectionClass::touchIDOrWatch, ProtectionClass::remoteApproval,
+    ProtectionClass::imported};
 
 }  // namespace
 

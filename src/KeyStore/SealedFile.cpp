@@ -148,8 +148,7 @@ JSON SealedFile::read(const std::filesystem::path& path, std::string_view purpos
   return unsealWithStored(file.contents.view(), purpose, provider, stored);
 }
 
-JSON SealedFile::unseal(ByteView contents, std::string_view purpose,
-                        SealingKeyProvider& provider) {
+JSON SealedFile::unseal(ByteView contents, std::string_view purpose, SealingKeyProvider& provider) {
   return unsealWithStored(contents, purpose, provider, provider.generation(purpose));
 }
 

@@ -126,7 +126,7 @@ void writeFileAtomically(const std::filesystem::path& path, ByteView contents, m
 
 void createFolders(const std::filesystem::path& folder, mode_t mode) {
   if (folder.empty()) return;
-  struct stat info{};
+  struct stat info {};
   if (::stat(folder.c_str(), &info) == 0) {
     if (!S_ISDIR(info.st_mode)) fail(ENOTDIR, "create folder " + folder.string());
     return;

@@ -74,7 +74,7 @@ class FolderLock {
 // Creates the folder, or brings an existing one back to owner-only access.
 void prepareFolder(const std::filesystem::path& folder) {
   createFolders(folder, kFolderMode);
-  struct stat info{};
+  struct stat info {};
   if (::stat(folder.c_str(), &info) != 0)
     throw std::system_error(errno, std::generic_category(), "stat keychain folder");
   if ((info.st_mode & 07777) != kFolderMode && ::chmod(folder.c_str(), kFolderMode) != 0)
@@ -155,7 +155,7 @@ KeychainStatus FileKeychain::write(std::string_view service, std::string_view ac
     prepareFolder(folder_);
     FolderLock lock(folder_);
     removeStaleTemporaries(folder_);
-    struct stat info{};
+    struct stat info {};
     const bool exists = ::lstat(path.c_str(), &info) == 0;
     if (!exists && errno != ENOENT) return kKeychainIOError;
     if (mode == WriteMode::add && exists) return kKeychainDuplicateItem;
@@ -171,11 +171,12 @@ KeychainStatus FileKeychain::remove(std::string_view service, std::string_view a
   if (!withinLimits(service, account)) return kKeychainParameterError;
   const std::filesystem::path path = itemPath(service, account);
   try {
-    struct stat info{};
+    struct stat info {};
     if (::stat(folder_.c_str(), &info) != 0)
       return errno == ENOENT ? kKeychainItemNotFound : kKeychainIOError;
     FolderLock lock(folder_);
-    if (::unlink(path.c_str()) != 0) return errno == ENOENT ? kKeychainItemNotFound : kKeychainIOError;
+    if (::unlink(path.c_str()) != 0)
+      return errno == ENOENT ? kKeychainItemNotFound : kKeychainIOError;
     syncFolder(folder_);
     return kKeychainSuccess;
   } catch (const std::system_error&) {

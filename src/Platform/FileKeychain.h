@@ -42,8 +42,7 @@ class FileKeychain final : public Keychain {
 
   KeychainReadResult read(std::string_view service, std::string_view account) override;
   KeychainStatus add(std::string_view service, std::string_view account, ByteView data) override;
-  KeychainStatus update(std::string_view service, std::string_view account,
-                        ByteView data) override;
+  KeychainStatus update(std::string_view service, std::string_view account, ByteView data) override;
   KeychainStatus remove(std::string_view service, std::string_view account) override;
 
  private:

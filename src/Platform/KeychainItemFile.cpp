@@ -57,9 +57,9 @@ ByteView viewOf(std::string_view text) {
 }  // namespace
 
 SecureBytes KeychainItemFile::encode() const {
-  QUORVANE_CHECK(service.size() <= kNameLimit && account.size() <= kNameLimit &&
-                     data.size() <= kDataLimit,
-                 "keychain item fields within their limits");
+  QUORVANE_CHECK(
+      service.size() <= kNameLimit && account.size() <= kNameLimit && data.size() <= kDataLimit,
+      "keychain item fields within their limits");
   SecureBytes out(kMagic.size() + 1 + 12 + service.size() + account.size() + data.size());
   uint8_t* cursor = std::copy(kMagic.begin(), kMagic.end(), out.data());
   *cursor++ = kVersion;

@@ -25,8 +25,8 @@ std::filesystem::path homeFolder() {
   std::vector<char> buffer(suggested > 0 ? static_cast<size_t>(suggested) : 16384);
   passwd entry{};
   passwd* found = nullptr;
-  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
-      found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/')
+  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
+      found->pw_dir != nullptr && found->pw_dir[0] == '/')
     return found->pw_dir;
   throw std::runtime_error("no home folder: HOME is not set and the user has no password entry");
 }

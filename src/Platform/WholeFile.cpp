@@ -35,7 +35,7 @@ WholeFile readWholeFile(const std::filesystem::path& path, size_t limit) {
     ~Closer() { ::close(fd); }
   } closer{fd};
 
-  struct stat info{};
+  struct stat info {};
   if (::fstat(fd, &info) != 0) return failure(WholeFile::Status::failed, errno);
   if (!S_ISREG(info.st_mode)) return failure(WholeFile::Status::failed, EINVAL);
   if (info.st_size < 0 || static_cast<uint64_t>(info.st_size) > limit)

@@ -64,8 +64,7 @@ class KeyStoreTest : public ::testing::Test {
 TEST_F(KeyStoreTest, CreatingNeedsHardwareAndNeverImports) {
   EXPECT_EQ(keyStoreError([&] { store_->create("k", ProtectionClass::imported, kNow); }),
             KeyStoreError::unsupported("import has its own path"));
-  for (ProtectionClass protection : {ProtectionClass::touchIDOnly,
-                                     ProtectionClass::touchIDOrWatch,
+  for (ProtectionClass protection : {ProtectionClass::touchIDOnly, ProtectionClass::touchIDOrWatch,
                                      ProtectionClass::remoteApproval})
     EXPECT_EQ(keyStoreError([&] { store_->create("k", protection, kNow); }),
               KeyStoreError::secureEnclaveUnavailable());
@@ -134,15 +133,14 @@ TEST_F(KeyStoreTest, ASecretThatIsGoneOrWrongIsNamed) {
   EXPECT_EQ(keyStoreError([&] { store_->sign(record, kData, {}); }),
             KeyStoreError::keyMissing(record.id));
   EXPECT_EQ(store_->recordsWithoutSecrets(), std::vector<UUID>{record.id});
-  EXPECT_TRUE(verify(store_->sign(other, kData, {}), kData,
-                     SSHPublicKey::parse(other.publicKeyBlob)));
+  EXPECT_TRUE(
+      verify(store_->sign(other, kData, {}), kData, SSHPublicKey::parse(other.publicKeyBlob)));
 }
 
 TEST_F(KeyStoreTest, GeneratesEveryAlgorithmAndOnlyLargeRSA) {
-  for (auto [algorithm, bits] : {std::pair{KeyAlgorithm::ed25519, 0},
-                                 std::pair{KeyAlgorithm::ecdsaP256, 0},
-                                 std::pair{KeyAlgorithm::ecdsaP384, 0},
-                                 std::pair{KeyAlgorithm::rsa, 3072}}) {
+  for (auto [algorithm, bits] :
+       {std::pair{KeyAlgorithm::ed25519, 0}, std::pair{KeyAlgorithm::ecdsaP256, 0},
+        std::pair{KeyAlgorithm::ecdsaP384, 0}, std::pair{KeyAlgorithm::rsa, 3072}}) {
     const KeyRecord record = store_->generate(algorithm, "k", kNow, bits);
     EXPECT_EQ(record.algorithm, algorithm);
     EXPECT_TRUE(verify(store_->sign(record, kData, SignFlags::rsaSHA2_512), kData,
@@ -233,9 +231,12 @@ TEST_F(KeyStoreTest, HardwareKeysSignThroughTheirBackEndAndOnlyAsP256) {
 // The JSON of records: field names, and refusal of records that could not be served.
 TEST(KeyRecordJSON, RoundTripsAndRefusesWhatCannotBeServed) {
   const ImportedKey key = ImportedKey::generate(KeyAlgorithm::ecdsaP256);
-  const KeyRecord record{*UUID::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"), "laptop",
-                         KeyAlgorithm::ecdsaP256, ProtectionClass::touchIDOrWatch,
-                         key.publicKey().blob, Date{1'700'000'000}};
+  const KeyRecord record{*UUID::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"),
+                         "laptop",
+                         KeyAlgorithm::ecdsaP256,
+                         ProtectionClass::touchIDOrWatch,
+                         key.publicKey().blob,
+                         Date{1'700'000'000}};
   const JSON json = toJSON(std::vector<KeyRecord>{record});
   EXPECT_EQ(json[0]["id"], "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
   EXPECT_EQ(json[0]["algorithm"], "ecdsa-sha2-nistp256");

@@ -197,25 +197,25 @@ TEST_P(SealedFileTest, APayloadOfTheWrongTypeIsMalformed) {
             (std::vector<std::string>{"a", "b"}));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Providers, SealedFileTest,
-    ::testing::Values(
-        ProviderKind{"Fixed",
-                     [](const fs::path&) {
-                       return std::make_shared<FixedSealingKey>(
-                           SecureBytes(crypto::randomBytes(32)));
-                     }},
-        ProviderKind{"Keychain",
-                     [](const fs::path& folder) {
-                       return std::make_shared<KeychainSealingKey>(
-                           std::make_shared<FileKeychain>(folder));
-                     }}),
-    [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Providers, SealedFileTest,
+                         ::testing::Values(ProviderKind{"Fixed",
+                                                        [](const fs::path&) {
+                                                          return std::make_shared<FixedSealingKey>(
+                                                              SecureBytes(crypto::randomBytes(32)));
+                                                        }},
+                                           ProviderKind{
+                                               "Keychain",
+                                               [](const fs::path& folder) {
+                                                 return std::make_shared<KeychainSealingKey>(
+                                                     std::make_shared<FileKeychain>(folder));
+                                               }}),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 // The envelope's text and the MAC input, against the openssl program's HMAC.
 TEST(SealedFileFormat, IsSortedPrettyJSONWithTheMACOpenSSLComputes) {
   testing::TemporaryDirectory directory;
-  const Bytes key = testing::hex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
+  const Bytes key =
+      testing::hex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
   FixedSealingKey provider{SecureBytes(key)};
   provider.setGeneration(41, "keys");
   const fs::path path = directory.path() / "keys.json";
@@ -223,7 +223,8 @@ TEST(SealedFileFormat, IsSortedPrettyJSONWithTheMACOpenSSLComputes) {
   const std::string text = testing::readFile(path);
   EXPECT_EQ(text.substr(0, 20), "{\n  \"generation\": 42") << text;
   size_t last = 0;
-  for (const char* key_ : {"\"generation\"", "\"mac\"", "\"payload\"", "\"purpose\"", "\"version\""}) {
+  for (const char* key_ :
+       {"\"generation\"", "\"mac\"", "\"payload\"", "\"purpose\"", "\"version\""}) {
     const size_t at = text.find(key_);
     ASSERT_NE(at, std::string::npos) << key_;
     EXPECT_GT(at, last) << key_ << " out of order";
@@ -234,7 +235,9 @@ TEST(SealedFileFormat, IsSortedPrettyJSONWithTheMACOpenSSLComputes) {
     std::optional<uint64_t> generation;
     std::string input;  // the MAC input as it should be, byte for byte
   };
-  const Case cases[] = {{42, std::string("quorvane-sealed-v2keys\0" "42\0[]", 28)},
+  const Case cases[] = {{42, std::string("quorvane-sealed-v2keys\0"
+                                         "42\0[]",
+                                         28)},
                         {std::nullopt, std::string("quorvane-sealed-v1keys\0[]", 25)}};
   for (const Case& c : cases) {
     EXPECT_EQ(textOf(SealedFile::macInput("keys", c.generation, bytesOf("[]"))), c.input);
@@ -244,8 +247,8 @@ TEST(SealedFileFormat, IsSortedPrettyJSONWithTheMACOpenSSLComputes) {
                                        "hexkey:" + hexEncode(key), "-r", input.string()});
     ASSERT_EQ(result.exitCode, 0);
     const std::string expected = result.output.substr(0, 64);
-    EXPECT_EQ(hexEncode(crypto::hmacSHA256(key, SealedFile::macInput("keys", c.generation,
-                                                                     bytesOf("[]")))),
+    EXPECT_EQ(hexEncode(crypto::hmacSHA256(
+                  key, SealedFile::macInput("keys", c.generation, bytesOf("[]")))),
               expected);
     if (c.generation) {
       EXPECT_EQ(hexEncode(SealedFile::Envelope::decode(bytesOf(text)).mac), expected);

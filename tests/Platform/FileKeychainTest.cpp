@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 mode_t permissions(const fs::path& path) {
-  struct stat info{};
+  struct stat info {};
   EXPECT_EQ(stat(path.c_str(), &info), 0) << path;
   return info.st_mode & 07777;
 }
@@ -44,8 +44,8 @@ TEST_F(FileKeychainTest, MakesAPrivateFolderAndPrivateFilesWhateverTheUmask) {
 }
 
 TEST_F(FileKeychainTest, NoNameLeadsOutOfTheFolder) {
-  const std::vector<std::string> accounts = {"../../outside", "/etc/passwd", "a/b/c", "..", ".",
-                                             std::string(1000, '.'), "~", "%2e%2e"};
+  const std::vector<std::string> accounts = {
+      "../../outside", "/etc/passwd", "a/b/c", "..", ".", std::string(1000, '.'), "~", "%2e%2e"};
   for (const std::string& account : accounts)
     ASSERT_EQ(keychain_.add("svc", account, bytesOf(account)), kKeychainSuccess) << account;
   size_t items = 0;

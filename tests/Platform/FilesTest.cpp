@@ -23,12 +23,16 @@ class ScopedVariable {
  public:
   ScopedVariable(const char* name, std::optional<std::string> value) : name_(name) {
     if (const char* old = std::getenv(name)) saved_ = old;
-    if (value) setenv(name, value->c_str(), 1);
-    else unsetenv(name);
+    if (value)
+      setenv(name, value->c_str(), 1);
+    else
+      unsetenv(name);
   }
   ~ScopedVariable() {
-    if (saved_) setenv(name_, saved_->c_str(), 1);
-    else unsetenv(name_);
+    if (saved_)
+      setenv(name_, saved_->c_str(), 1);
+    else
+      unsetenv(name_);
   }
 
  private:
@@ -67,7 +71,7 @@ TEST_F(AtomicFileTest, ReplacesTheFileWithExactlyTheGivenMode) {
   const mode_t saved = umask(077);
   writeFileAtomically(target_, bytesOf("old"), 0644);
   umask(saved);
-  struct stat info{};
+  struct stat info {};
   ASSERT_EQ(stat(target_.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 07777, 0644u);
 
@@ -107,7 +111,7 @@ TEST_F(AtomicFileTest, CreatesMissingFoldersWithTheGivenMode) {
   const fs::path deep = directory_.path() / "a" / "b" / "c";
   createFolders(deep, 0700);
   for (const fs::path& folder : {directory_.path() / "a", directory_.path() / "a" / "b", deep}) {
-    struct stat info{};
+    struct stat info {};
     ASSERT_EQ(stat(folder.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0700u) << folder;
   }

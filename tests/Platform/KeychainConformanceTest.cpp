@@ -38,7 +38,9 @@ const std::vector<std::pair<std::string, std::string>> kTrickyItems = {
     {".hidden", "x"},
     {"svc", std::string("nul\0inside", 10)},
     {"svc", "nul"},
-    {"svc", "gr\xC3\xBC\xC3\x9F" "e"},
+    {"svc",
+     "gr\xC3\xBC\xC3\x9F"
+     "e"},
     {"svc", std::string(300, 'x') + "1"},
     {"svc", std::string(300, 'x') + "2"},
     {"svc", std::string(4096, '/')},
@@ -125,8 +127,7 @@ INSTANTIATE_TEST_SUITE_P(
     Backends, KeychainConformance,
     ::testing::Values(
         Backend{"InMemory", [](const auto&) { return std::make_unique<InMemoryKeychain>(); }},
-        Backend{"File",
-                [](const auto& folder) { return std::make_unique<FileKeychain>(folder); }}),
+        Backend{"File", [](const auto& folder) { return std::make_unique<FileKeychain>(folder); }}),
     [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
