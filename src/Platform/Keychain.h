@@ -17,6 +17,7 @@ inline constexpr KeychainStatus kKeychainItemNotFound = -25300;   // errSecItemN
 inline constexpr KeychainStatus kKeychainDuplicateItem = -25299;  // errSecDuplicateItem
 inline constexpr KeychainStatus kKeychainIOError = -36;           // ioErr: the store failed
 inline constexpr KeychainStatus kKeychainParameterError = -50;    // errSecParam
+inline constexpr KeychainStatus kKeychainDecodeError = -26275;    // errSecDecode: a damaged item
 
 // What a read returns: on success the item's data, otherwise only the status.
 struct KeychainReadResult {

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Crypto/Bytes.h"
+#include "Crypto/SecureBytes.h"
+#include "KeyStore/ProtectionClass.h"
+#include "SSHWire/SSHPublicKey.h"
+
+namespace quorvane {
+
+// A back end that makes and uses P-256 keys which cannot leave the machine (a TPM on Linux). The
+// key store works without one; until a back end is plugged in, creating or using hardware keys
+// fails with KeyStoreError::secureEnclaveUnavailable.
+class HardwareKeys {
+ public:
+  virtual ~HardwareKeys() = default;
+
+  struct CreatedKey {
+    // An "ecdsa-sha2-nistp256" key.
+    SSHPublicKey publicKey;
+    // The back end's opaque handle (for a TPM, the wrapped key blob); stored as the record's
+    // secret.
+    SecureBytes handle;
+  };
+
+  // Whether the hardware can be used now.
+  virtual bool available() = 0;
+  // A new P-256 key whose use is gated as `protection` says (never `imported`). Throws
+  // KeyStoreError (accessControl when the protection cannot be set up).
+  virtual CreatedKey create(ProtectionClass protection) = 0;
+  // The raw ECDSA signature r || s (32 bytes each) over SHA-256 of `data`, by the key of
+  // `handle`. Throws KeyStoreError.
+  virtual Bytes sign(ByteView handle, ByteView data) = 0;
+};
+
+}  // namespace quorvane
