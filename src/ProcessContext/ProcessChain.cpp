@@ -6,6 +6,7 @@
 
 #include <string_view>
 
+#include "Crypto/SecureBytes.h"
 #include "ProcessContext/CodeSigning.h"
 #include "ProcessContext/ProcessContextError.h"
 #include "ProcessContext/ProcessRecord.h"
@@ -54,7 +55,8 @@ ProcessInfoEntry describe(const ProcessDirectory& directory, const ProcessStat& 
   entry.pid = directory.pid();
   std::optional<struct stat> running = directory.statTarget("exe");
   std::optional<std::string> executable = directory.readLink("exe");
-  // The kernel marks an executable unlinked since the start; the name is still the one it ran as.
+  // An executable deleted since the process started is reported as "PATH (deleted)"; show the
+  // path it was started from.
   if (executable && running && running->st_nlink == 0 && executable->ends_with(kDeletedSuffix))
     executable->resize(executable->size() - kDeletedSuffix.size());
   if (executable) {
@@ -68,6 +70,9 @@ ProcessInfoEntry describe(const ProcessDirectory& directory, const ProcessStat& 
   if (auto area = directory.readFile("cmdline", kArgumentAreaLimit)) {
     ArgumentArea arguments = splitArgumentArea(*area, kMaximumKeptArguments);
     entry.arguments = redactArguments(arguments.leading, arguments.count);
+    // What redaction took out must not stay behind in freed memory.
+    secureWipe(area->data(), area->size());
+    for (std::string& argument : arguments.leading) secureWipe(argument.data(), argument.size());
   }
   if (auto directoryPath = directory.readLink("cwd"))
     entry.workingDirectory = repairUTF8(*directoryPath);

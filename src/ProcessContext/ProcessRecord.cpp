@@ -8,6 +8,7 @@
 #include <climits>
 #include <limits>
 
+#include "Crypto/SecureBytes.h"
 #include "ProcessContext/ProcessContextError.h"
 
 namespace quorvane {
@@ -28,7 +29,9 @@ std::optional<Number> decimal(std::string_view text) {
   return value;
 }
 
-// Reads from `descriptor` until the end or `limit` bytes, then closes it.
+// Reads from `descriptor` until the end or `limit` bytes, then closes it. What is read may hold
+// secrets (a command line does before redaction), so no copy is left behind: the read buffer and
+// every buffer outgrown on the way are wiped.
 std::optional<std::string> readAll(int descriptor, size_t limit) {
   if (descriptor < 0) return std::nullopt;
   std::string contents;
@@ -43,10 +46,21 @@ std::optional<std::string> readAll(int descriptor, size_t limit) {
       break;
     }
     if (count == 0) break;
+    if (contents.size() + static_cast<size_t>(count) > contents.capacity()) {
+      std::string larger;
+      larger.reserve(std::min(limit, 2 * contents.capacity() + buffer.size()));
+      larger = contents;
+      secureWipe(contents.data(), contents.size());
+      contents.swap(larger);
+    }
     contents.append(buffer.data(), static_cast<size_t>(count));
   }
+  secureWipe(buffer.data(), buffer.size());
   close(descriptor);
-  if (failed) return std::nullopt;
+  if (failed) {
+    secureWipe(contents.data(), contents.size());
+    return std::nullopt;
+  }
   return contents;
 }
 
@@ -93,6 +107,7 @@ ProcessStat parseProcessStat(std::string_view text) {
 
 ArgumentArea splitArgumentArea(std::string_view area, size_t keep) {
   ArgumentArea result;
+  result.leading.reserve(std::min(keep, area.size()));
   size_t position = 0;
   while (position < area.size()) {
     size_t end = std::min(area.find('\0', position), area.size());

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "Crypto/SecureBytes.h"
 #include "ProcessContext/RedactionPatterns.h"
 #include "ProcessContext/UTF8Text.h"
 
@@ -96,9 +97,11 @@ const std::vector<RedactionPattern>& literalRedactionPatterns() {
 
 std::string applyRedactionPatterns(std::string_view text,
                                    const std::vector<RedactionPattern>& patterns) {
+  // Each stage still holds what later stages take out; none is left behind unwiped.
   std::string current(text);
   for (const RedactionPattern& pattern : patterns) {
     std::optional<std::string> replaced = pattern.replaceAll(current);
+    secureWipe(current.data(), current.size());
     if (!replaced) return std::string(kRedactedText);
     current = std::move(*replaced);
   }
@@ -106,7 +109,10 @@ std::string applyRedactionPatterns(std::string_view text,
 }
 
 std::string redact(std::string_view text) {
-  return applyRedactionPatterns(repairUTF8(text), redactionPatterns());
+  std::string repaired = repairUTF8(text);
+  std::string redacted = applyRedactionPatterns(repaired, redactionPatterns());
+  secureWipe(repaired.data(), repaired.size());
+  return redacted;
 }
 
 std::vector<std::string> redactArguments(const std::vector<std::string>& arguments) {

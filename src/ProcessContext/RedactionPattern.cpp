@@ -52,6 +52,13 @@ CharacterClass classify(std::string_view text, size_t offset) {
   return result >= 2 && ovector[2] != PCRE2_UNSET ? CharacterClass::extender : CharacterClass::word;
 }
 
+// Whether ICU's simple word boundary `\b` (without UREGEX_UWORD) holds at byte offset `position`
+// of well-formed UTF-8 `text`: the character at the position is not a grapheme extender or format
+// character, and exactly one of it and the nearest character before it that is neither belongs to
+// ICU's \w, [\p{Alphabetic}\p{M}\p{Nd}\p{Pc}\x{200C}\x{200D}]. The end of the text counts as
+// a character outside \w.
+bool isICUWordBoundary(std::string_view text, size_t position);
+
 size_t previousCodePoint(std::string_view text, size_t position) {
   do {
     --position;
@@ -88,6 +95,8 @@ struct RedactionPattern::Compiled {
   CodePtr code;
 };
 
+namespace {
+
 bool isICUWordBoundary(std::string_view text, size_t position) {
   bool currentIsWord = false;
   if (position < text.size()) {
@@ -107,6 +116,8 @@ bool isICUWordBoundary(std::string_view text, size_t position) {
   return currentIsWord != previousIsWord;
 }
 
+}  // namespace
+
 RedactionPattern::RedactionPattern(std::string_view source, uint32_t options, bool keepsFirstGroup,
                                    std::string_view replacement)
     : compiled_(new Compiled{compile(source, options)}),
@@ -121,6 +132,9 @@ std::optional<std::string> RedactionPattern::replaceAll(std::string_view text) c
   MatchDataPtr match(pcre2_match_data_create_from_pattern(compiled_->code.get(), nullptr));
   QUORVANE_CHECK(match != nullptr, "out of memory");
   std::string result;
+  // Room for the worst case (every match grows at most threefold), so that no partial copy of the
+  // text is left in a buffer outgrown on the way.
+  result.reserve(3 * text.size() + 16);
   size_t copied = 0;  // text before this offset is in `result` already
   size_t offset = 0;  // where the next search starts
   while (offset <= text.size()) {

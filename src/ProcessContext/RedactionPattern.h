@@ -35,10 +35,4 @@ class RedactionPattern {
   std::string replacement_;
 };
 
-// Whether ICU's simple word boundary `\b` (no UREGEX_UWORD) holds at byte offset `position` of
-// well-formed UTF-8 `text`: the character at the position is not a grapheme extender or format
-// character, and exactly one of it and the nearest character before it that is neither belongs to
-// [\p{Alphabetic}\p{M}\p{Nd}\p{Pc}\x{200C}\x{200D}]. Used by the callout; exposed for tests.
-bool isICUWordBoundary(std::string_view text, size_t position);
-
 }  // namespace quorvane

@@ -58,7 +58,7 @@ bool isWellFormedUTF8(std::string_view bytes) {
 std::string repairUTF8(std::string_view bytes) {
   if (isWellFormedUTF8(bytes)) return std::string(bytes);
   std::string repaired;
-  repaired.reserve(bytes.size() + 8);
+  repaired.reserve(3 * bytes.size());  // the most a repair can grow, so nothing is reallocated
   size_t subpart;
   for (size_t i = 0; i < bytes.size();) {
     size_t length = sequenceAt(bytes, i, subpart);
