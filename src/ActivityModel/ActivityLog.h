@@ -14,9 +14,9 @@ namespace quorvane {
 // case; empty matches every entry) and whose date lies in [from, to], both ends included and
 // either open when absent; newest first, at most `limit` of them.
 struct ActivityQuery {
-  std::string text;
-  std::optional<Date> from;
-  std::optional<Date> to;
+  std::string text{};
+  std::optional<Date> from{};
+  std::optional<Date> to{};
   size_t limit = 500;
 };
 
