@@ -1,49 +1,77 @@
 #include "Crypto/HMACContext.h"
 
-#include <openssl/core_names.h>
 #include <openssl/evp.h>
+
+#include <algorithm>
 
 #include "Crypto/Check.h"
 #include "Crypto/CryptoError.h"
 #include "Crypto/HashInternal.h"
+#include "Crypto/SecureBytes.h"
 
 namespace quorvane::crypto {
 
-HMACContext::HMACContext(HashAlgorithm algorithm, ByteView key) : context_(nullptr), size_(0) {
-  EVP_MAC* mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
-  if (mac == nullptr) throw CryptoError::libraryFailure("EVP_MAC_fetch");
-  context_ = EVP_MAC_CTX_new(mac);
-  EVP_MAC_free(mac);  // the context holds its own reference
-  if (context_ == nullptr) throw CryptoError::libraryFailure("EVP_MAC_CTX_new");
+namespace {
 
-  const EVP_MD* md = evpDigest(algorithm);
-  OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(
-                             OSSL_MAC_PARAM_DIGEST, const_cast<char*>(EVP_MD_get0_name(md)), 0),
-                         OSSL_PARAM_construct_end()};
-  // A null key pointer would mean "keep the previous key", so an empty key needs a real pointer.
-  static const uint8_t kEmptyKey = 0;
-  if (EVP_MAC_init(context_, key.empty() ? &kEmptyKey : key.data(), key.size(), params) != 1) {
-    EVP_MAC_CTX_free(context_);
-    throw CryptoError::libraryFailure("EVP_MAC_init");
-  }
-  size_ = static_cast<size_t>(EVP_MD_get_size(md));
+constexpr uint8_t kInnerPad = 0x36;
+constexpr uint8_t kOuterPad = 0x5c;
+
+void require(int result, const char* operation) {
+  if (result != 1) throw CryptoError::libraryFailure(operation);
 }
 
-HMACContext::~HMACContext() { EVP_MAC_CTX_free(context_); }
+}  // namespace
+
+HMACContext::HMACContext(HashAlgorithm algorithm, ByteView key)
+    : inner_(EVP_MD_CTX_new()), outer_(EVP_MD_CTX_new()), message_(EVP_MD_CTX_new()) {
+  try {
+    if (!inner_ || !outer_ || !message_) throw CryptoError::libraryFailure("EVP_MD_CTX_new");
+    const EVP_MD* md = evpDigest(algorithm);
+    size_ = static_cast<size_t>(EVP_MD_get_size(md));
+    size_t blockSize = static_cast<size_t>(EVP_MD_get_block_size(md));
+
+    // A key longer than a block is replaced by its hash; the block is the key padded with zeros.
+    SecureBytes block(blockSize);
+    if (key.size() > blockSize) {
+      Bytes hashed = digest(algorithm, key);
+      std::copy(hashed.begin(), hashed.end(), block.data());
+      secureWipe(hashed);
+    } else {
+      std::copy(key.begin(), key.end(), block.data());
+    }
+    SecureBytes padded(blockSize);
+    for (auto [state, pad] : {std::pair(inner_, kInnerPad), std::pair(outer_, kOuterPad)}) {
+      for (size_t i = 0; i < blockSize; ++i) padded.data()[i] = block.data()[i] ^ pad;
+      require(EVP_DigestInit_ex(state, md, nullptr), "EVP_DigestInit_ex");
+      require(EVP_DigestUpdate(state, padded.data(), blockSize), "EVP_DigestUpdate");
+    }
+    require(EVP_MD_CTX_copy_ex(message_, inner_), "EVP_MD_CTX_copy_ex");
+  } catch (...) {
+    EVP_MD_CTX_free(inner_);
+    EVP_MD_CTX_free(outer_);
+    EVP_MD_CTX_free(message_);
+    throw;
+  }
+}
+
+HMACContext::~HMACContext() {
+  EVP_MD_CTX_free(inner_);
+  EVP_MD_CTX_free(outer_);
+  EVP_MD_CTX_free(message_);
+}
 
 void HMACContext::update(ByteView data) {
-  if (EVP_MAC_update(context_, data.data(), data.size()) != 1)
-    throw CryptoError::libraryFailure("EVP_MAC_update");
+  require(EVP_DigestUpdate(message_, data.data(), data.size()), "EVP_DigestUpdate");
 }
 
 void HMACContext::finish(std::span<uint8_t> out) {
   QUORVANE_CHECK(out.size() == size_, "the output must have the MAC's length");
-  size_t written = 0;
-  if (EVP_MAC_final(context_, out.data(), &written, out.size()) != 1)
-    throw CryptoError::libraryFailure("EVP_MAC_final");
-  // Initialising without a key starts the next message under the key already set.
-  if (EVP_MAC_init(context_, nullptr, 0, nullptr) != 1)
-    throw CryptoError::libraryFailure("EVP_MAC_init");
+  uint8_t innerHash[EVP_MAX_MD_SIZE];
+  require(EVP_DigestFinal_ex(message_, innerHash, nullptr), "EVP_DigestFinal_ex");
+  require(EVP_MD_CTX_copy_ex(message_, outer_), "EVP_MD_CTX_copy_ex");
+  require(EVP_DigestUpdate(message_, innerHash, size_), "EVP_DigestUpdate");
+  require(EVP_DigestFinal_ex(message_, out.data(), nullptr), "EVP_DigestFinal_ex");
+  require(EVP_MD_CTX_copy_ex(message_, inner_), "EVP_MD_CTX_copy_ex");
 }
 
 }  // namespace quorvane::crypto

@@ -6,13 +6,14 @@
 #include "Crypto/Bytes.h"
 #include "Crypto/Hash.h"
 
-typedef struct evp_mac_ctx_st EVP_MAC_CTX;
+typedef struct evp_md_ctx_st EVP_MD_CTX;
 
 namespace quorvane::crypto {
 
-// HMAC (RFC 2104) under one key for many messages: the key schedule is done once, when the context
-// is made, instead of once per message as `hmac` does. Feed a message with `update`, take its MAC
-// with `finish`, which also starts the next message. OpenSSL keeps the key and wipes it when the
+// HMAC (RFC 2104) under one key for many messages. The key is absorbed once, into an inner and an
+// outer hash state, which each message then starts from, instead of being set up again per
+// message as `hmac` does. Feed a message with `update`, take its MAC with `finish`, which also
+// starts the next message. The states are as secret as the key; OpenSSL wipes them when the
 // context dies. Not safe to share between threads. Throws CryptoError only if OpenSSL fails.
 class HMACContext {
  public:
@@ -30,8 +31,10 @@ class HMACContext {
   void finish(std::span<uint8_t> out);
 
  private:
-  EVP_MAC_CTX* context_;
-  size_t size_;
+  EVP_MD_CTX* inner_;    // the hash state after key XOR ipad
+  EVP_MD_CTX* outer_;    // the hash state after key XOR opad
+  EVP_MD_CTX* message_;  // the message being fed
+  size_t size_ = 0;
 };
 
 }  // namespace quorvane::crypto
