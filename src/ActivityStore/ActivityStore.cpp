@@ -285,11 +285,10 @@ std::optional<ChainProblem> ActivityStore::verify() {
       while (scan.step()) {
         int64_t id = scan.int64At(0);
         ByteView prev = scan.blobAt(2);
-        ByteView hash = scan.blobAt(3);
         // The first row's own prev starts the chain, so a purged log verifies.
         if (!first && !sameBytes(prev, expected)) return ChainProblem::modified(id);
         expected = db.hasher.hash(prev, scan.textAt(1));
-        if (!sameBytes(hash, expected)) return ChainProblem::modified(id);
+        if (!sameBytes(scan.blobAt(3), expected)) return ChainProblem::modified(id);
         first = false;
       }
     }
