@@ -41,7 +41,7 @@ Bytes signedData(uint64_t counter) {
   WireWriter writer;
   writer.writeRaw(bytesOf("SSHSIG"));
   writer.writeString(bytesOf("bench"));
-  writer.writeString({});
+  writer.writeString(Bytes{});
   writer.writeString(bytesOf("sha512"));
   Bytes hash(64, 0);
   std::memcpy(hash.data(), &counter, sizeof counter);

@@ -168,7 +168,10 @@ std::optional<Bytes> Agent::sign(const SignInput& input, ClientWatch& watch) {
       hostFingerprint = verified->destination.fingerprint();
       for (const SSHPublicKey& hop : verified->via) via.push_back(hop.fingerprint());
     }
-    hostName = resolveHostName(provedKey, input.claimedHost, services_.hosts.get());
+    // The client's command line names its first hop; a forwarded login goes further, so the
+    // claim says nothing about its host.
+    const std::optional<std::string> claimed = via.empty() ? input.claimedHost : std::nullopt;
+    hostName = resolveHostName(provedKey, claimed, services_.hosts.get());
     purpose = RequestPurpose::login(hostFingerprint, login->user, via);
     // The login's user name has no field of its own: it goes with the host, "user@host".
     entry.host = login->user + "@" +

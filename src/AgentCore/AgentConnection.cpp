@@ -57,8 +57,11 @@ AgentResponse AgentConnection::dispatch(ByteView body, ClientWatch& watch) {
   auto* sign = std::get_if<AgentRequest::Sign>(&request.value);
   if (sign == nullptr) return AgentResponse::failure();  // unlock and everything else
 
-  SignInput input{sign->keyBlob, sign->data, sign->flags,
-                  SignPurpose::classify(sign->data, sign->keyBlob)};
+  SignInput input;
+  input.keyBlob = sign->keyBlob;
+  input.data = sign->data;
+  input.flags = sign->flags;
+  input.purpose = SignPurpose::classify(sign->data, sign->keyBlob);
   if (auto* login = std::get_if<SignPurpose::UserAuth>(&input.purpose.value))
     input.verdict = bindings_.verdict(*login);
   input.origin = origin_;

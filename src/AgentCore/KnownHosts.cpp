@@ -36,15 +36,6 @@ bool globMatches(std::string_view pattern, std::string_view text) {
   return p == pattern.size();
 }
 
-// "[host]:port" names the host on another port; the host part is what a name is compared with.
-std::string_view hostPart(std::string_view pattern) {
-  if (pattern.size() > 2 && pattern.front() == '[') {
-    size_t close = pattern.find("]:");
-    if (close != std::string_view::npos) return pattern.substr(1, close - 1);
-  }
-  return pattern;
-}
-
 bool isLiteral(std::string_view pattern) {
   return !pattern.empty() && pattern.front() != '!' &&
          pattern.find_first_of("*?") == std::string_view::npos;
@@ -102,7 +93,7 @@ bool KnownHostsEntry::names(std::string_view host) const {
   bool matched = false;
   for (const std::string& pattern : patterns) {
     bool negated = pattern.front() == '!';
-    std::string_view body = hostPart(negated ? std::string_view(pattern).substr(1) : pattern);
+    std::string_view body = negated ? std::string_view(pattern).substr(1) : pattern;
     if (!globMatches(body, host)) continue;
     if (negated) return false;
     matched = true;
@@ -157,11 +148,9 @@ std::vector<std::string> KnownHostsResolver::names(ByteView hostKeyBlob) {
     if (!std::ranges::equal(entry.keyBlob, hostKeyBlob)) continue;
     if (std::ranges::any_of(entry.patterns, [](const auto& p) { return p.front() == '!'; }))
       continue;
-    for (const std::string& pattern : entry.patterns) {
-      std::string name(hostPart(pattern));
-      if (isLiteral(pattern) && std::ranges::find(found, name) == found.end())
-        found.push_back(std::move(name));
-    }
+    for (const std::string& pattern : entry.patterns)
+      if (isLiteral(pattern) && std::ranges::find(found, pattern) == found.end())
+        found.push_back(pattern);
   }
   return found;
 }

@@ -23,8 +23,8 @@ struct KnownHostsEntry {
   Bytes hashedName;
   Bytes keyBlob;
 
-  // Whether `host` (lower case, no port) is one of this entry's names. A "[host]:port" pattern or
-  // hash counts for the host on any port.
+  // Whether `host` (lower case; "host" for port 22, "[host]:port" for another port, as ssh writes
+  // it) is one of this entry's names.
   bool names(std::string_view host) const;
 };
 

@@ -1,6 +1,7 @@
 #include "AgentCore/OriginBuilder.h"
 
 #include <algorithm>
+#include <cctype>
 #include <string_view>
 
 #include "ProcessContext/KnownAgents.h"
@@ -43,36 +44,50 @@ std::optional<GitHint> gitHintFromArguments(const std::vector<std::string>& argu
 }
 
 std::optional<std::string> sshDestinationHost(const std::vector<std::string>& sshArguments) {
-  for (size_t i = 1; i < sshArguments.size(); ++i) {
+  std::string port;
+  std::optional<std::string> host;
+  for (size_t i = 1; i < sshArguments.size() && !host; ++i) {
     std::string_view argument = sshArguments[i];
     if (argument == "--") {
-      if (i + 1 >= sshArguments.size()) return std::nullopt;
-      argument = sshArguments[i + 1];
-    } else if (argument.size() > 1 && argument.front() == '-') {
+      if (i + 1 < sshArguments.size()) host = sshArguments[i + 1];
+      break;
+    }
+    if (argument.size() > 1 && argument.front() == '-') {
       // A cluster of flags; the first flag that takes a value takes the rest or the next argument.
       for (size_t j = 1; j < argument.size(); ++j) {
-        if (kSSHOptionsWithValue.find(argument[j]) != std::string_view::npos) {
-          if (j + 1 == argument.size()) ++i;
-          break;
-        }
+        if (kSSHOptionsWithValue.find(argument[j]) == std::string_view::npos) continue;
+        std::string value(argument.substr(j + 1));
+        if (value.empty() && i + 1 < sshArguments.size()) value = sshArguments[++i];
+        if (argument[j] == 'p') port = value;
+        if (argument[j] == 'o' && (value.starts_with("Port=") || value.starts_with("port=")))
+          port = value.substr(5);
+        break;
       }
       continue;
     }
-    std::string_view host = argument;
-    if (host.starts_with("ssh://")) {
-      host.remove_prefix(6);
-      host = host.substr(0, host.find('/'));
-    }
-    if (size_t at = host.rfind('@'); at != std::string_view::npos) host.remove_prefix(at + 1);
-    if (host.starts_with('[')) {
-      host = host.substr(1, host.find(']') - 1);
-    } else if (argument.starts_with("ssh://")) {
-      host = host.substr(0, host.find(':'));
-    }
-    if (host.empty()) return std::nullopt;
-    return std::string(host);
+    host = std::string(argument);
   }
-  return std::nullopt;
+  if (!host) return std::nullopt;
+
+  std::string_view name = *host;
+  if (name.starts_with("ssh://")) {
+    name.remove_prefix(6);
+    name = name.substr(0, name.find('/'));
+    if (size_t at = name.rfind('@'); at != std::string_view::npos) name.remove_prefix(at + 1);
+    size_t colon = name.starts_with('[') ? name.find("]:") : name.rfind(':');
+    if (colon != std::string_view::npos) {
+      port = std::string(name.substr(colon + (name.starts_with('[') ? 2 : 1)));
+      name = name.substr(0, colon + (name.starts_with('[') ? 1 : 0));
+    }
+  } else if (size_t at = name.rfind('@'); at != std::string_view::npos) {
+    name.remove_prefix(at + 1);
+  }
+  if (name.starts_with('[') && name.ends_with(']')) name = name.substr(1, name.size() - 2);
+  if (name.empty()) return std::nullopt;
+  std::string lower(name);
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (!port.empty() && port != "22") return "[" + lower + "]:" + port;
+  return lower;
 }
 
 std::optional<std::string> claimedHostOf(const PeerOrigin& peer) {

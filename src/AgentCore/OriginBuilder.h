@@ -25,9 +25,10 @@ RequestOrigin buildRequestOrigin(const PeerOrigin& peer);
 // "git-upload-pack" or "git-upload-archive"; otherwise nothing.
 std::optional<GitHint> gitHintFromArguments(const std::vector<std::string>& arguments);
 
-// The host an ssh client in the chain was told to connect to: the host part of the first
-// argument of `ssh` that is not an option (ssh's options that take a value are skipped with it;
-// "user@host" and "ssh://user@host:port" give "host"). Nothing when the chain has no ssh.
+// The host an ssh client in the chain was told to connect to, named as known_hosts names it:
+// "host", or "[host]:port" for a port other than 22 (from -p, -oPort=, or ssh://host:port). The
+// destination is the first argument of `ssh` that is not an option (options that take a value are
+// skipped with it; "user@host" gives "host"). Nothing when the chain has no ssh.
 std::optional<std::string> claimedHostOf(const PeerOrigin& peer);
 std::optional<std::string> sshDestinationHost(const std::vector<std::string>& sshArguments);
 

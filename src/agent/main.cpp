@@ -14,7 +14,9 @@ int main(int argc, char** argv) {
                  "control socket for the quorvane command (default ~/.ssh/quorvane/control.sock)");
   app.add_option("--max-connections", options.maxConnections,
                  "clients served at once; more wait (default 64)");
-  app.add_flag("--foreground", "accepted for compatibility; the agent always runs in the foreground");
+  bool foreground = true;
+  app.add_flag("--foreground", foreground,
+               "accepted for compatibility; the agent always runs in the foreground");
   CLI11_PARSE(app, argc, argv);
   return quorvane::runAgentProgram(options);
 }

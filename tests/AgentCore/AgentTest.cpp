@@ -45,10 +45,19 @@ Bytes sshsigData(const std::string& namespace_) {
   WireWriter writer;
   writer.writeRaw(bytesOf("SSHSIG"));
   writer.writeString(bytesOf(namespace_));
-  writer.writeString({});
+  writer.writeString(Bytes{});
   writer.writeString(bytesOf("sha512"));
   writer.writeString(Bytes(64, 7));
   return std::move(writer).take();
+}
+
+Rule rule(std::string name, Decision decision, PurposeMatch purpose) {
+  Rule rule;
+  rule.id = UUID::random();
+  rule.name = std::move(name);
+  rule.decision = decision;
+  rule.purpose = std::move(purpose);
+  return rule;
 }
 
 struct AgentFixture : ::testing::Test {
@@ -70,8 +79,11 @@ struct AgentFixture : ::testing::Test {
 
   SignInput request(const KeyRecord& key, Bytes data = sshsigData("file"),
                     SignFlags flags = {}) {
-    SignInput input{key.publicKeyBlob, data, flags,
-                    SignPurpose::classify(data, key.publicKeyBlob)};
+    SignInput input;
+    input.keyBlob = key.publicKeyBlob;
+    input.data = data;
+    input.flags = flags;
+    input.purpose = SignPurpose::classify(data, key.publicKeyBlob);
     input.origin.appName = "ssh-keygen";
     input.origin.appIdentifier = "/usr/bin/ssh-keygen";
     input.origin.appTeamID = "system";
@@ -168,7 +180,7 @@ TEST_F(AgentFixture, WhatHappensDuringTheWaitDecidesTheEnd) {
   const std::vector<Case> cases = {
       {"lock", [&](ManualClientWatch&) { agent->lock(); }, "locked while waiting",
        ActivityEntry::Outcome::rejected},
-      {"rules", [&](ManualClientWatch&) { agent->replaceRules({Rule{.name = "new"}}); },
+      {"rules", [&](ManualClientWatch&) { agent->replaceRules({rule("new", Decision::deny, PurposeMatch::other())}); },
        "rule changed while waiting", ActivityEntry::Outcome::denied},
       {"hangup", [](ManualClientWatch& watch) { watch.hangUp(); }, "client disconnected",
        ActivityEntry::Outcome::expired},
@@ -224,13 +236,8 @@ TEST_F(AgentFixture, AWindowApprovalLetsTheSameProgramSignUntilItEnds) {
 }
 
 TEST_F(AgentFixture, RulesDecideWithoutAsking) {
-  Rule allow{.name = "git commits"};
-  allow.decision = Decision::allow;
-  allow.purpose = PurposeMatch::signature("git");
-  Rule deny{.name = "no files"};
-  deny.decision = Decision::deny;
-  deny.purpose = PurposeMatch::signature("file");
-  agent = makeAgent({allow, deny});
+  agent = makeAgent({rule("git commits", Decision::allow, PurposeMatch::signature("git")),
+                      rule("no files", Decision::deny, PurposeMatch::signature("file"))});
   ManualClientWatch watch;
   EXPECT_TRUE(agent->sign(request(ed25519, sshsigData("git")), watch));
   EXPECT_EQ(log->last().decidedBy, "rule “git commits”");

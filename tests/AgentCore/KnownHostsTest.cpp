@@ -41,11 +41,13 @@ TEST_F(HostKeys, ListsAndChecksPlainNames) {
                            "old.example " + second + "\r\n");
   KnownHostsResolver resolver({file, home.path() / "missing"});
   EXPECT_EQ(resolver.names(blob(first)),
-            (std::vector<std::string>{"github.com", "140.82.1.1", "build.example"}));
+            (std::vector<std::string>{"github.com", "140.82.1.1", "[build.example]:2222"}));
   EXPECT_EQ(resolver.names(blob(second)), (std::vector<std::string>{"old.example"}));
 
   EXPECT_EQ(resolver.check("GitHub.com", blob(first)), HostNameMatch::recorded);
-  EXPECT_EQ(resolver.check("build.example", blob(first)), HostNameMatch::recorded);
+  EXPECT_EQ(resolver.check("[build.example]:2222", blob(first)), HostNameMatch::recorded);
+  EXPECT_EQ(resolver.check("build.example", blob(first)), HostNameMatch::notRecorded)
+      << "another port is another name";
   EXPECT_EQ(resolver.check("db.corp", blob(second)), HostNameMatch::recorded);
   EXPECT_EQ(resolver.check("evil.corp", blob(second)), HostNameMatch::notRecorded);
   EXPECT_EQ(resolver.check("github.com", blob(second)), HostNameMatch::otherKeyOnly);

@@ -112,7 +112,9 @@ void QuorvaneHome::startAgent() {
 }
 
 void QuorvaneHome::stopAgent() {
-  if (agent_) EXPECT_EQ(agent_->stop(SIGTERM), 0) << readFile(home() / "agent.log");
+  if (agent_) {
+    EXPECT_EQ(agent_->stop(SIGTERM), 0) << readFile(home() / "agent.log");
+  }
   agent_.reset();
 }
 
@@ -120,7 +122,9 @@ CommandResult QuorvaneHome::quorvane(const std::vector<std::string>& arguments, 
   std::vector<std::string> command = {QUORVANE_CLI_BINARY};
   command.insert(command.end(), arguments.begin(), arguments.end());
   CommandResult result = runCommand(command);
-  if (!mayFail) EXPECT_EQ(result.exitCode, 0) << "quorvane " << arguments.front();
+  if (!mayFail) {
+    EXPECT_EQ(result.exitCode, 0) << "quorvane " << arguments.front();
+  }
   return result;
 }
 

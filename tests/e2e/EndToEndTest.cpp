@@ -101,7 +101,7 @@ TEST_F(EndToEnd, SSHLoginsAreBoundToTheRealHostAndRulesCanAllowThem) {
   EXPECT_EQ(result.output, "in\n");
   JSON entry = quorvane.lastEntry();
   EXPECT_EQ(entry["purpose"], "login");
-  EXPECT_EQ(entry["host"], currentUserName() + "@127.0.0.1");
+  EXPECT_EQ(entry["host"], currentUserName() + "@[127.0.0.1]:" + std::to_string(server.port()));
   EXPECT_EQ(entry["hostVerified"], true);
   EXPECT_EQ(entry["hostKeyFingerprint"], server.hostKeyFingerprint());
 
@@ -130,7 +130,7 @@ TEST_F(EndToEnd, AForwardedLoginShowsItsHopAndNeedsAllowForwarded) {
   quorvane.approveNext();  // the login to the jump host
   quorvane.approveNext();  // the forwarded login: the rule without --allow-forwarded does not match
   CommandResult result = login.get();
-  ASSERT_EQ(result.exitCode, 0);
+  ASSERT_EQ(result.exitCode, 0) << quorvane.lastEntry().dump();
   EXPECT_EQ(result.output, "through\n");
   JSON entry = quorvane.lastEntry();
   EXPECT_EQ(entry["hostKeyFingerprint"], target.hostKeyFingerprint());
