@@ -1,0 +1,164 @@
+#include "ProcessContext/ProcessChain.h"
+
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <string_view>
+
+#include "Crypto/SecureBytes.h"
+#include "ProcessContext/CodeSigning.h"
+#include "ProcessContext/ProcessContextError.h"
+#include "ProcessContext/ProcessRecord.h"
+#include "ProcessContext/Redaction.h"
+#include "ProcessContext/UTF8Text.h"
+
+// Linux 6.5 hands out a pidfd of a socket's peer; older headers lack the name.
+#ifndef SO_PEERPIDFD
+#define SO_PEERPIDFD 77
+#endif
+
+namespace quorvane {
+
+namespace {
+
+constexpr std::string_view kUnknownPath = "?";
+constexpr std::string_view kDeletedSuffix = " (deleted)";
+
+class OwnedDescriptor {
+ public:
+  explicit OwnedDescriptor(int descriptor) : descriptor_(descriptor) {}
+  ~OwnedDescriptor() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  OwnedDescriptor(const OwnedDescriptor&) = delete;
+  OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+  int get() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
+
+// The peer's pidfd, or -1 when the kernel cannot give one.
+int peerPidfd(int socket) {
+  int descriptor = -1;
+  socklen_t length = sizeof descriptor;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERPIDFD, &descriptor, &length) != 0) return -1;
+  return descriptor;
+}
+
+// Describes the process behind `directory`, whose record is `stat`; `withSigning` false leaves the
+// code-signing facts absent.
+ProcessInfoEntry describe(const ProcessDirectory& directory, const ProcessStat& stat,
+                          bool withSigning) {
+  ProcessInfoEntry entry;
+  entry.pid = directory.pid();
+  std::optional<struct stat> running = directory.statTarget("exe");
+  std::optional<std::string> executable = directory.readLink("exe");
+  // An executable deleted since the process started is reported as "PATH (deleted)"; show the
+  // path it was started from.
+  if (executable && running && running->st_nlink == 0 && executable->ends_with(kDeletedSuffix))
+    executable->resize(executable->size() - kDeletedSuffix.size());
+  if (executable) {
+    entry.path = repairUTF8(*executable);
+    entry.name = entry.path.substr(entry.path.rfind('/') + 1);
+  } else {
+    entry.path = kUnknownPath;
+    entry.name = stat.command.empty() ? std::string(kUnknownPath) : repairUTF8(stat.command);
+  }
+
+  if (auto area = directory.readFile("cmdline", kArgumentAreaLimit)) {
+    ArgumentArea arguments = splitArgumentArea(*area, kMaximumKeptArguments);
+    entry.arguments = redactArguments(arguments.leading, arguments.count);
+    // What redaction took out must not stay behind in freed memory.
+    secureWipe(area->data(), area->size());
+    for (std::string& argument : arguments.leading) secureWipe(argument.data(), argument.size());
+  }
+  if (auto directoryPath = directory.readLink("cwd"))
+    entry.workingDirectory = repairUTF8(*directoryPath);
+
+  if (withSigning && running && executable) {
+    SigningFacts facts = signingFacts(*running, *executable);
+    entry.signingIdentifier = facts.signingIdentifier
+                                  ? std::optional(repairUTF8(*facts.signingIdentifier))
+                                  : std::nullopt;
+    entry.teamIdentifier = facts.teamIdentifier;
+    entry.signatureValid = facts.signatureValid;
+    entry.appleSigned = facts.appleSigned;
+  }
+  return entry;
+}
+
+// Appends the ancestors starting at `parentPID`, whose child started at `childStartTime`.
+void appendAncestors(std::vector<ProcessInfoEntry>& chain, pid_t parentPID,
+                     uint64_t childStartTime) {
+  while (parentPID >= 2 && chain.size() < kMaximumChainLength) {
+    std::optional<ProcessDirectory> directory = ProcessDirectory::open(parentPID);
+    if (!directory) return;
+    std::optional<ProcessStat> stat = directory->stat();
+    // A parent cannot be younger than its child: the parent exited and its pid was reused.
+    if (!stat || stat->startTime > childStartTime) return;
+    chain.push_back(describe(*directory, *stat, true));
+    parentPID = stat->parentPID;
+    childStartTime = stat->startTime;
+  }
+}
+
+}  // namespace
+
+PeerOrigin capture(int socket, uid_t expectedUID) {
+  struct ucred credentials {};
+  socklen_t length = sizeof credentials;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
+      length != sizeof credentials || credentials.pid < 1)
+    throw ProcessContextError::peerGone();
+  if (credentials.uid != expectedUID) throw ProcessContextError::foreignUser(credentials.uid);
+
+  OwnedDescriptor pidfd(peerPidfd(socket));
+  std::optional<ProcessDirectory> directory = ProcessDirectory::open(credentials.pid);
+  if (!directory) throw ProcessContextError::peerGone();
+  // The peer is still alive after its directory was opened, so the directory is the peer's and not
+  // that of a later process with the same pid.
+  if (pidfd.get() >= 0 && syscall(SYS_pidfd_send_signal, pidfd.get(), 0, nullptr, 0) != 0)
+    throw ProcessContextError::peerGone();
+  std::optional<ProcessStat> stat = directory->stat();
+  if (!stat) throw ProcessContextError::peerGone();
+
+  PeerOrigin origin;
+  origin.peerPID = credentials.pid;
+  origin.peerPIDVersion = pidVersion(stat->startTime);
+  origin.peerUID = credentials.uid;
+  origin.chain.push_back(describe(*directory, *stat, true));
+  appendAncestors(origin.chain, stat->parentPID, stat->startTime);
+
+  if (processStartTime(credentials.pid) != stat->startTime) throw ProcessContextError::peerGone();
+  return origin;
+}
+
+std::vector<ProcessInfoEntry> chain(pid_t pid) {
+  std::vector<ProcessInfoEntry> entries;
+  if (pid < 2) return entries;
+  std::optional<ProcessDirectory> directory = ProcessDirectory::open(pid);
+  if (!directory) return entries;
+  std::optional<ProcessStat> stat = directory->stat();
+  if (!stat) return entries;
+  entries.push_back(describe(*directory, *stat, true));
+  appendAncestors(entries, stat->parentPID, stat->startTime);
+  return entries;
+}
+
+ProcessInfoEntry entry(pid_t pid, std::optional<uint64_t> startTime) {
+  std::optional<ProcessDirectory> directory = ProcessDirectory::open(pid);
+  std::optional<ProcessStat> stat;
+  if (directory) stat = directory->stat();
+  if (!directory || !stat) {
+    ProcessInfoEntry unknown;
+    unknown.pid = pid;
+    unknown.path = unknown.name = kUnknownPath;
+    return unknown;
+  }
+  bool sameInstance = !startTime || *startTime == stat->startTime;
+  return describe(*directory, *stat, sameInstance);
+}
+
+}  // namespace quorvane
