@@ -169,10 +169,12 @@ void subtract(Polynomial& f, const Polynomial& g) {
 
 Polynomial sampleNTT(ByteView rho, uint8_t first, uint8_t second) {
   const uint8_t indices[2] = {first, second};
-  // 280 rounds of three bytes fill a polynomial except with probability below 2^-261 (FIPS 203
-  // appendix B); longer streams are drawn only if that ever fails. A longer SHAKE output starts
-  // with the shorter one, so drawing again from the start continues the same stream.
-  constexpr size_t kFirstDraw = 280 * 3;
+  // Three SHAKE128 blocks fill a polynomial about 99% of the time; otherwise the stream is drawn
+  // again, twice as long. A longer SHAKE output starts with the shorter one, so drawing again from
+  // the start continues the same stream. Already five blocks (280 rounds of three bytes) fail with
+  // probability below 2^-261 (FIPS 203 appendix B), so the second draw of six all but always
+  // suffices.
+  constexpr size_t kFirstDraw = 3 * 168;
   constexpr size_t kLongestDraw = 64 * 1024;
   Polynomial a;
   for (size_t length = kFirstDraw;; length *= 2) {
