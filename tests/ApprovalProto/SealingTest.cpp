@@ -106,7 +106,8 @@ Bytes fieldOverTheLimit() {
 }
 
 Bytes encapsulatedKeyOneByteShort() {
-  WireReader reader(sealFromMac());
+  const Bytes sealed = sealFromMac();
+  WireReader reader(sealed);
   Bytes enc = reader.readString(), ciphertext = reader.readString();
   enc.pop_back();
   WireWriter writer;
