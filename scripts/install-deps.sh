@@ -13,6 +13,7 @@ packages=(
   libcli11-dev                        # command-line parsing
   libgtest-dev libgmock-dev libbenchmark-dev
   openssh-client                      # ssh-keygen and ssh-agent as real peers in tests
+  valgrind                            # the constant-time check of ML-KEM (memcheck and its header)
 )
 
 missing=()
