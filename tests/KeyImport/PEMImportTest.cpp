@@ -17,22 +17,27 @@ using testing::readFile;
 constexpr std::string_view kPassphrase = "pem-secret";
 
 // Runs command lines given as text (split at spaces) in the key directory: "{base}" and "{out}"
-// stand for two files there, "{pass}" for kPassphrase, "{empty}" for an empty argument.
-// Returns {out}.
+// stand for two files there, "{passfile}" for a file holding kPassphrase, "{pass}" for
+// kPassphrase, and the word "{empty}" for an empty argument. Returns {out}.
 std::filesystem::path makeFile(const std::vector<std::string>& commands) {
   const auto base = testing::keyDirectory() / "base.pem";
   const auto out = testing::keyDirectory() / "out.pem";
+  const auto passfile = testing::keyDirectory() / "passphrase";
   std::filesystem::remove(base);
   std::filesystem::remove(out);
+  testing::writeFile(passfile, std::string(kPassphrase) + "\n");
+  auto replaceAll = [](std::string& word, std::string_view token, std::string_view value) {
+    for (size_t at; (at = word.find(token)) != std::string::npos;) word.replace(at, token.size(), value);
+  };
   for (const std::string& command : commands) {
     std::istringstream words(command);
     std::vector<std::string> arguments;
     for (std::string word; words >> word;) {
-      if (word == "{base}") word = base.string();
-      if (word == "{out}") word = out.string();
       if (word == "{empty}") word.clear();
-      if (size_t at = word.find("{pass}"); at != std::string::npos)
-        word.replace(at, 6, kPassphrase);
+      replaceAll(word, "{base}", base.string());
+      replaceAll(word, "{out}", out.string());
+      replaceAll(word, "{passfile}", passfile.string());
+      replaceAll(word, "{pass}", kPassphrase);
       arguments.push_back(word);
     }
     testing::runTool(arguments);
@@ -142,6 +147,240 @@ TEST_P(ImportsPEMKey, WithTheRightPassphraseOnly) {
 
 INSTANTIATE_TEST_SUITE_P(Tools, ImportsPEMKey, ::testing::ValuesIn(kImportCases),
                          testing::caseName<ImportCase>);
+
+
+struct RefusedCase {
+  const char* name;
+  std::vector<std::string> commands;
+  bool withPassphrase;
+  KeyImportError expected;
+};
+
+std::ostream& operator<<(std::ostream& out, const RefusedCase& c) { return out << c.name; }
+
+const std::string kDSAParameters =
+    "openssl genpkey -quiet -genparam -algorithm DSA -pkeyopt dsa_paramgen_bits:1024 -out {base}";
+const std::string kThreePrimes =
+    "openssl genpkey -quiet -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -pkeyopt "
+    "rsa_keygen_primes:3 -out {base}";
+
+const RefusedCase kRefusedCases[] = {
+    {"PBES1MD5DES",
+     {kP256, "openssl pkcs8 -topk8 -provider legacy -provider default -in {base} -v1 PBE-MD5-DES "
+             "-passout pass:{pass} -out {out}"},
+     true, KeyImportError::unsupportedCipher("PKCS#8 encryption other than PBES2")},
+    {"PKCS12SHA1TripleDES",
+     {kP256, "openssl pkcs8 -topk8 -in {base} -v1 PBE-SHA1-3DES -passout pass:{pass} -out {out}"},
+     true, KeyImportError::unsupportedCipher("PKCS#8 encryption other than PBES2")},
+    {"Scrypt", {kP256, "openssl pkcs8 -topk8 -in {base} -scrypt -passout pass:{pass} -out {out}"},
+     true, KeyImportError::unsupportedCipher("PBES2 key derivation other than PBKDF2")},
+    {"PBKDF2SHA384",
+     {kP256, "openssl pkcs8 -topk8 -in {base} -v2 aes-128-cbc -v2prf hmacWithSHA384 -passout "
+             "pass:{pass} -out {out}"},
+     true, KeyImportError::unsupportedCipher("PBKDF2 with an unknown hash")},
+    {"PBES2Camellia",
+     {kP256, "openssl pkcs8 -topk8 -in {base} -v2 camellia-128-cbc -passout pass:{pass} -out "
+             "{out}"},
+     true, KeyImportError::unsupportedCipher("PKCS#8 with an unknown cipher")},
+    {"LegacyCamellia", {kP256, "openssl ec -in {base} -camellia128 -passout pass:{pass} -out {out}"},
+     true, KeyImportError::unsupportedCipher("CAMELLIA-128-CBC")},
+    {"P521SEC1", {"openssl ecparam -name secp521r1 -genkey -noout -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("ecdsa-sha2-nistp521")},
+    {"P521PKCS8",
+     {"openssl genpkey -quiet -algorithm EC -pkeyopt ec_paramgen_curve:P-521 -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("ecdsa-sha2-nistp521")},
+    {"Secp256k1", {"openssl ecparam -name secp256k1 -genkey -noout -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("unknown elliptic curve")},
+    {"Secp256k1Explicit",
+     {"openssl ecparam -name secp256k1 -genkey -noout -param_enc explicit -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("unknown elliptic curve")},
+    {"BinaryFieldExplicit",
+     {"openssl ecparam -name sect233k1 -genkey -noout -param_enc explicit -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("elliptic curve over a binary field")},
+    {"BinaryFieldNamed", {"openssl ecparam -name sect233k1 -genkey -noout -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("unknown elliptic curve")},
+    {"DSAPKCS8", {kDSAParameters, "openssl genpkey -quiet -paramfile {base} -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("PKCS#8 algorithm 1.2.840.10040.4.1")},
+    {"DSATraditional",
+     {kDSAParameters, "openssl genpkey -quiet -paramfile {base} -out {out}",
+      "cp {out} {base}", "openssl pkey -in {base} -traditional -out {out}"},
+     false, KeyImportError::unsupportedKeyType("ssh-dss")},
+    {"Ed448", {"openssl genpkey -quiet -algorithm ED448 -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("PKCS#8 algorithm 1.3.101.113")},
+    {"RSAPSS",
+     {"openssl genpkey -quiet -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -out {out}"}, false,
+     KeyImportError::unsupportedKeyType("PKCS#8 algorithm 1.2.840.113549.1.1.10")},
+    {"ThreePrimesPKCS8", {kThreePrimes, "cp {base} {out}"}, false,
+     KeyImportError::unsupportedKeyType("RSA with more than two primes")},
+    {"ThreePrimesTraditional", {kThreePrimes, "openssl rsa -in {base} -traditional -out {out}"},
+     false, KeyImportError::unsupportedKeyType("RSA with more than two primes")},
+    {"RSA1024", {"openssl genpkey -quiet -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out {out}"},
+     false, KeyImportError::rsaKeyTooSmall(1024)},
+    {"OpenSSLPublicKey", {kP256, "openssl pkey -in {base} -pubout -out {out}"}, false,
+     KeyImportError::publicKeyOnly()},
+    {"OpenSSLRSAPublicKey", {kRSA, "openssl rsa -in {base} -RSAPublicKey_out -out {out}"}, false,
+     KeyImportError::publicKeyOnly()},
+    {"X509Certificate",
+     {kP256, "openssl req -new -x509 -key {base} -subj /CN=quorvane -days 1 -out {out}"}, false,
+     KeyImportError::unsupportedFormat("CERTIFICATE")},
+    {"SSHPublicKey", {"ssh-keygen -q -t ed25519 -N {empty} -f {base}", "cp {base}.pub {out}"},
+     false, KeyImportError::publicKeyOnly()},
+    {"SSHCertificate",
+     {"ssh-keygen -q -t ed25519 -N {empty} -f {base}",
+      "ssh-keygen -q -s {base} -I quorvane {base}.pub", "cp {base}-cert.pub {out}"},
+     false, KeyImportError::publicKeyOnly()},
+    {"PuTTYKey", {"puttygen -q -t ed25519 --new-passphrase /dev/null -o {out}"}, false,
+     KeyImportError::unsupportedFormat("PuTTY")},
+    {"PuTTYEncryptedKey", {"puttygen -q -t ecdsa -b 256 --new-passphrase {passfile} -o {out}"}, true,
+     KeyImportError::unsupportedFormat("PuTTY")},
+    {"PuTTYPublicKey",
+     {"puttygen -q -t ed25519 --new-passphrase /dev/null -o {base}",
+      "puttygen {base} -O public -o {out}"},
+     false, KeyImportError::publicKeyOnly()},
+    {"SSHCOMKey",
+     {"puttygen -q -t rsa -b 2048 --new-passphrase /dev/null -O private-sshcom -o {out}"}, false,
+     KeyImportError::unsupportedFormat("SSH.COM")},
+    {"Junk", {"openssl rand -base64 -out {out} 300"}, false,
+     KeyImportError::unsupportedFormat("unknown")},
+    {"BinaryJunk", {"openssl rand -out {out} 300"}, false, KeyImportError::malformed()},
+};
+
+class RefusesFile : public ::testing::TestWithParam<RefusedCase> {};
+
+TEST_P(RefusesFile, WithItsError) {
+  const RefusedCase& c = GetParam();
+  const auto path = makeFile(c.commands);
+  EXPECT_EQ(importError(readFile(path), c.withPassphrase ? std::string(kPassphrase) : ""),
+            c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tools, RefusesFile, ::testing::ValuesIn(kRefusedCases),
+                         testing::caseName<RefusedCase>);
+
+// The PKCS#1 body of a fresh RSA key, and its numbers.
+RSAComponents rsaComponents(const Bytes& der) {
+  DERReader outer(der);
+  DERReader key = outer.readConstructed();
+  key.readSmallInteger();
+  RSAComponents c;
+  auto next = [&] { return key.readUnsignedInteger(); };
+  ByteView n = next(), e = next();
+  c.n.assign(n.begin(), n.end());
+  c.e.assign(e.begin(), e.end());
+  for (SecureBytes* secret : {&c.d, &c.p, &c.q, &c.dP, &c.dQ, &c.qInv}) *secret = SecureBytes(next());
+  return c;
+}
+
+SecureBytes changedLastByte(const SecureBytes& bytes) {
+  SecureBytes changed = bytes;
+  changed.data()[changed.size() - 1] ^= 2;
+  return changed;
+}
+
+TEST(PEMImport, RSANumbersThatDoNotBelongTogetherAreInconsistent) {
+  const auto path = makeFile({kRSA, "openssl rsa -in {base} -traditional -out {out}"});
+  const Bytes der = KeyImporter::pemBlocks(readFile(path)).at(0).body;
+  const RSAComponents original = rsaComponents(der);
+  EXPECT_EQ(original.pkcs1DER().view().size(), der.size());
+  EXPECT_TRUE(std::equal(der.begin(), der.end(), original.pkcs1DER().view().begin()));
+
+  std::vector<std::pair<const char*, RSAComponents>> changes;
+  changes.emplace_back("e", original);
+  changes.back().second.e.back() += 2;
+  changes.emplace_back("n", original);
+  changes.back().second.n.back() ^= 2;
+  // OpenSSL recomputes a CRT result that fails its own check with d, so d and dP both change.
+  changes.emplace_back("d and dP", original);
+  changes.back().second.d = changedLastByte(original.d);
+  changes.back().second.dP = changedLastByte(original.dP);
+  for (const auto& [name, components] : changes) {
+    const SecureBytes changed = components.pkcs1DER();
+    EXPECT_EQ(importError(testing::armor("RSA PRIVATE KEY", changed.view())),
+              KeyImportError::inconsistentKey())
+        << name;
+  }
+}
+
+TEST(PEMImport, SEC1PublicKeyMustBelongToThePrivateKey) {
+  const auto path = makeFile({"openssl ecparam -name prime256v1 -genkey -noout -out {out}"});
+  Bytes der = KeyImporter::pemBlocks(readFile(path)).at(0).body;
+  der.back() ^= 1;  // the last byte of the public point
+  EXPECT_EQ(importError(testing::armor("EC PRIVATE KEY", der)), KeyImportError::inconsistentKey());
+}
+
+TEST(PEMImport, RSASizeRuleComesBeforeAnyOtherCheck) {
+  struct Case {
+    int bits;
+    KeyImportError expected;
+  };
+  const Case cases[] = {
+      {2047, KeyImportError::rsaKeyTooSmall(2047)},
+      {8192, KeyImportError::inconsistentKey()},  // allowed by size; the numbers are made up
+      {8193, KeyImportError::unsupportedKeyType("ssh-rsa with 8193 bits")},
+      {16384, KeyImportError::unsupportedKeyType("ssh-rsa with 16384 bits")},
+  };
+  for (const Case& c : cases) {
+    RSAComponents components;
+    components.n = Bytes(static_cast<size_t>((c.bits + 7) / 8), 0xff);
+    components.n[0] = static_cast<uint8_t>(0xff >> ((8 - c.bits % 8) % 8));
+    components.e = {0x01, 0x00, 0x01};
+    for (SecureBytes* secret : {&components.d, &components.p, &components.q, &components.dP,
+                                &components.dQ, &components.qInv})
+      *secret = SecureBytes(Bytes{0x03});
+    EXPECT_EQ(importError(testing::armor("RSA PRIVATE KEY", components.pkcs1DER().view())),
+              c.expected)
+        << c.bits;
+  }
+}
+
+// The iteration limit is checked before the passphrase is asked for, so the boundary shows
+// without a passphrase; the key at the limit also decrypts.
+TEST(PEMImport, AcceptsTheIterationLimitAndRefusesOneMore) {
+  const auto path = makeFile({kEd25519, "openssl pkcs8 -topk8 -in {base} -v2 aes-256-cbc -iter "
+                                        "10000000 -passout pass:{pass} -out {out}"});
+  const std::string text = readFile(path);
+  EXPECT_EQ(importError(text), KeyImportError::passphraseRequired());
+  EXPECT_EQ(testing::expectImportsAndSigns(path, std::string(kPassphrase),
+                                           testing::opensslEd25519PublicKey(
+                                               path, std::string(kPassphrase)))
+                .key.algorithm(),
+            KeyAlgorithm::ed25519);
+
+  // 10000000 is 00 98 96 80 in DER; one more changes only the last byte.
+  Bytes der = KeyImporter::pemBlocks(text).at(0).body;
+  const Bytes limit = {0x02, 0x04, 0x00, 0x98, 0x96, 0x80};
+  auto at = std::search(der.begin(), der.end(), limit.begin(), limit.end());
+  ASSERT_NE(at, der.end());
+  at[5] = 0x81;
+  EXPECT_EQ(importError(testing::armor("ENCRYPTED PRIVATE KEY", der), std::string(kPassphrase)),
+            KeyImportError::unsupportedFormat("PBKDF2 with 10000001 iterations (at most 10000000)"));
+}
+
+TEST(PEMImport, LegacyEncryptionHeaders) {
+  const auto path = makeFile(
+      {kP256, "openssl ec -in {base} -aes128 -passout pass:{pass} -out {out}"});
+  const std::string text = readFile(path);
+  const std::string passphrase(kPassphrase);
+  const size_t info = text.find("DEK-Info: AES-128-CBC,");
+  ASSERT_NE(info, std::string::npos);
+  auto withDEKInfo = [&](const std::string& value) {
+    std::string changed = text;
+    const size_t end = changed.find('\n', info);
+    return changed.replace(info, end - info, value);
+  };
+  const std::string iv = text.substr(info + 22, 32);
+
+  // The cipher name is compared in upper case.
+  EXPECT_NO_THROW(KeyImporter::parse(withDEKInfo("DEK-Info: aes-128-cbc," + iv),
+                                     testing::passphraseOf(passphrase)));
+  EXPECT_EQ(importError(withDEKInfo("X-Other: 1"), passphrase), KeyImportError::malformed());
+  EXPECT_EQ(importError(withDEKInfo("DEK-Info: AES-128-CBC," + iv.substr(2)), passphrase),
+            KeyImportError::malformed());
+  EXPECT_EQ(importError(withDEKInfo("DEK-Info: AES-128-CBC,zz" + iv.substr(2)), passphrase),
+            KeyImportError::malformed());
+  EXPECT_EQ(importError(withDEKInfo("DEK-Info: DES-CBC," + iv.substr(16)), passphrase),
+            KeyImportError::unsupportedCipher("DES-CBC"));
+}
 
 }  // namespace
 }  // namespace quorvane
