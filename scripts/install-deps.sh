@@ -13,6 +13,7 @@ packages=(
   libcli11-dev                        # command-line parsing
   libgtest-dev libgmock-dev libbenchmark-dev
   openssh-client                      # ssh-keygen and ssh-agent as real peers in tests
+  putty-tools                         # puttygen: PuTTY key files for the import tests
 )
 
 missing=()
