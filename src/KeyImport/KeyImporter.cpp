@@ -54,7 +54,7 @@ ParsedPrivateKey parse(std::string_view text, const SecureBytes& passphrase,
   const std::string& label = privateBlock->label;
   if (label == "OPENSSH PRIVATE KEY") {
     if (!privateBlock->headers.empty()) throw KeyImportError::malformed();
-    return parseOpenSSH(privateBlock->body, given, limits);
+    return parseOpenSSH(privateBlock->body.view(), given, limits);
   }
   if (label == "RSA PRIVATE KEY" || label == "EC PRIVATE KEY" || label == "PRIVATE KEY" ||
       label == "ENCRYPTED PRIVATE KEY")

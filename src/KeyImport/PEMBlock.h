@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "Crypto/Bytes.h"
+#include "Crypto/SecureBytes.h"
 
 namespace quorvane {
 
@@ -18,7 +18,7 @@ namespace quorvane {
 struct PEMBlock {
   std::string label;                           // e.g. "RSA PRIVATE KEY"
   std::map<std::string, std::string> headers;  // names and values trimmed of spaces
-  Bytes body;                                  // the decoded base64 text
+  SecureBytes body;  // the decoded base64 text; often an unencrypted private key
 
   friend bool operator==(const PEMBlock&, const PEMBlock&) = default;
 };

@@ -15,9 +15,9 @@ bool isLegacyEncrypted(const PEMBlock& block) {
 
 ParsedPrivateKey parsePEM(const PEMBlock& block, Passphrase passphrase,
                           const ImportLimits& limits) {
-  if (block.label == "PRIVATE KEY") return pkcs::readPrivateKeyInfo(block.body, limits);
+  if (block.label == "PRIVATE KEY") return pkcs::readPrivateKeyInfo(block.body.view(), limits);
   if (block.label == "ENCRYPTED PRIVATE KEY") {
-    const SecureBytes info = pkcs::decryptPrivateKeyInfo(block.body, passphrase, limits);
+    const SecureBytes info = pkcs::decryptPrivateKeyInfo(block.body.view(), passphrase, limits);
     return pkcs::readPrivateKeyInfo(info.view(), limits);
   }
   const bool rsa = block.label == "RSA PRIVATE KEY";
@@ -27,8 +27,8 @@ ParsedPrivateKey parsePEM(const PEMBlock& block, Passphrase passphrase,
     return rsa ? pkcs::readRSAPrivateKey(body.view(), limits)
                : pkcs::readECPrivateKey(body.view(), std::nullopt);
   }
-  return rsa ? pkcs::readRSAPrivateKey(block.body, limits)
-             : pkcs::readECPrivateKey(block.body, std::nullopt);
+  return rsa ? pkcs::readRSAPrivateKey(block.body.view(), limits)
+             : pkcs::readECPrivateKey(block.body.view(), std::nullopt);
 }
 
 }  // namespace quorvane::KeyImporter

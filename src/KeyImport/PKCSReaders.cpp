@@ -249,7 +249,7 @@ SecureBytes decryptLegacyBody(const PEMBlock& block, KeyImporter::Passphrase pas
 
   const SecureBytes key = crypto::legacyPEMKey(*passphrase, ByteView(*iv).first(8),
                                                crypto::keyLength(cipher->cipher));
-  auto plain = crypto::cbcDecrypt(cipher->cipher, key.view(), *iv, block.body,
+  auto plain = crypto::cbcDecrypt(cipher->cipher, key.view(), *iv, block.body.view(),
                                   crypto::CBCPadding::pkcs7);
   if (!plain) throw KeyImportError::wrongPassphrase();
   expectDecryptedDER(*plain);

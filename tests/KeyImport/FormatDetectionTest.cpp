@@ -52,7 +52,7 @@ TEST_P(PEMArmour, ReadsOrRefuses) {
   const std::vector<PEMBlock> blocks = KeyImporter::pemBlocks(GetParam().text);
   ASSERT_EQ(blocks.size(), 1u);
   EXPECT_EQ(blocks[0].label, "X");
-  EXPECT_EQ(textOf(blocks[0].body), "abc");
+  EXPECT_EQ(textOf(blocks[0].body.view()), "abc");
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, PEMArmour, ::testing::ValuesIn(kArmourCases),
@@ -67,7 +67,7 @@ TEST(PEMArmour, KeepsHeadersTrimmedAndBlocksInOrder) {
   EXPECT_EQ(blocks[0].label, "A B");
   EXPECT_EQ(blocks[0].headers,
             (std::map<std::string, std::string>{{"Proc-Type", "4,ENCRYPTED"}, {"DEK-Info", "y"}}));
-  EXPECT_EQ(textOf(blocks[1].body), "def");
+  EXPECT_EQ(textOf(blocks[1].body.view()), "def");
 }
 
 struct DetectionCase {

@@ -98,7 +98,7 @@ ParsedPrivateKey expectImportsAndSigns(const std::filesystem::path& file,
 OpenSSHContainer OpenSSHContainer::read(const std::string& fileText) {
   std::vector<PEMBlock> blocks = KeyImporter::pemBlocks(fileText);
   EXPECT_EQ(blocks.size(), 1u);
-  const Bytes& body = blocks.at(0).body;
+  const ByteView body = blocks.at(0).body.view();
   WireReader reader(body);
   reader.readBytes(15);
   OpenSSHContainer container;

@@ -257,7 +257,12 @@ TEST_P(RefusesFile, WithItsError) {
 INSTANTIATE_TEST_SUITE_P(Tools, RefusesFile, ::testing::ValuesIn(kRefusedCases),
                          testing::caseName<RefusedCase>);
 
-// The PKCS#1 body of a fresh RSA key, and its numbers.
+Bytes bodyOf(const std::string& text) {
+  const std::vector<PEMBlock> blocks = KeyImporter::pemBlocks(text);
+  return Bytes(blocks.at(0).body.view().begin(), blocks.at(0).body.view().end());
+}
+
+// The numbers of a PKCS#1 RSAPrivateKey.
 RSAComponents rsaComponents(const Bytes& der) {
   DERReader outer(der);
   DERReader key = outer.readConstructed();
@@ -279,7 +284,7 @@ SecureBytes changedLastByte(const SecureBytes& bytes) {
 
 TEST(PEMImport, RSANumbersThatDoNotBelongTogetherAreInconsistent) {
   const auto path = makeFile({kRSA, "openssl rsa -in {base} -traditional -out {out}"});
-  const Bytes der = KeyImporter::pemBlocks(readFile(path)).at(0).body;
+  const Bytes der = bodyOf(readFile(path));
   const RSAComponents original = rsaComponents(der);
   EXPECT_EQ(original.pkcs1DER().view().size(), der.size());
   EXPECT_TRUE(std::equal(der.begin(), der.end(), original.pkcs1DER().view().begin()));
@@ -303,7 +308,7 @@ TEST(PEMImport, RSANumbersThatDoNotBelongTogetherAreInconsistent) {
 
 TEST(PEMImport, SEC1PublicKeyMustBelongToThePrivateKey) {
   const auto path = makeFile({"openssl ecparam -name prime256v1 -genkey -noout -out {out}"});
-  Bytes der = KeyImporter::pemBlocks(readFile(path)).at(0).body;
+  Bytes der = bodyOf(readFile(path));
   der.back() ^= 1;  // the last byte of the public point
   EXPECT_EQ(importError(testing::armor("EC PRIVATE KEY", der)), KeyImportError::inconsistentKey());
 }
@@ -347,7 +352,7 @@ TEST(PEMImport, AcceptsTheIterationLimitAndRefusesOneMore) {
             KeyAlgorithm::ed25519);
 
   // 10000000 is 00 98 96 80 in DER; one more changes only the last byte.
-  Bytes der = KeyImporter::pemBlocks(text).at(0).body;
+  Bytes der = bodyOf(text);
   const Bytes limit = {0x02, 0x04, 0x00, 0x98, 0x96, 0x80};
   auto at = std::search(der.begin(), der.end(), limit.begin(), limit.end());
   ASSERT_NE(at, der.end());
