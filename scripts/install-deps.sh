@@ -14,6 +14,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   openssh-client                      # ssh-keygen and ssh-agent as real peers in tests
   openssh-server                      # sshd on a loopback port in the end-to-end tests
+  valgrind                            # the constant-time check of ML-KEM (memcheck and its header)
+  putty-tools                         # puttygen: PuTTY key files for the import tests
 )
 
 missing=()

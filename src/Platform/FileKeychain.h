@@ -31,7 +31,8 @@ namespace quorvane {
 // kKeychainIOError when the file system fails.
 class FileKeychain final : public Keychain {
  public:
-  // A keychain in `folder`; default keychainFolder() (from the environment at construction).
+  // A keychain in `folder`; by default keychainFolder(), read from the environment here (which
+  // throws std::runtime_error when there is no home folder).
   FileKeychain();
   explicit FileKeychain(std::filesystem::path folder);
 

@@ -1,9 +1,5 @@
 #include "ProcessContext/CodeSigning.h"
 
-#include <climits>
-#include <cstdlib>
-#include <memory>
-
 namespace quorvane {
 
 namespace {
@@ -55,11 +51,12 @@ SigningFacts signingFacts(const struct stat& running, const std::string& path) {
   if (running.st_nlink == 0) return facts;  // deleted: nothing on disk to vouch for
   facts.signatureValid = false;
   facts.appleSigned = false;
-  std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
-  if (!resolved) return facts;
-  std::string canonical(resolved.get());
+  // The kernel reports the path it opened, absolute and free of symbolic links, as seen from this
+  // process. It must lead, through real directories only, to that very file.
+  if (path.empty() || path.front() != '/') return facts;
+  const std::string& canonical = path;
   struct stat file {};
-  if (stat(canonical.c_str(), &file) != 0 || !S_ISREG(file.st_mode) ||
+  if (lstat(canonical.c_str(), &file) != 0 || !S_ISREG(file.st_mode) ||
       file.st_dev != running.st_dev || file.st_ino != running.st_ino)
     return facts;
   if (isInterpreterName(lastComponent(canonical)) || !systemOwnedPath(canonical, file))

@@ -28,7 +28,8 @@ inline constexpr std::string_view kSystemTeam = "system";
 
 // The facts for a process whose executable, as the kernel opened it, has the status `running`
 // (stat of /proc/PID/exe) and was started from `path` (the link's target). The file at `path` in
-// this process's mount namespace must be that same file (device and inode) to be verified.
+// this process's mount namespace, reached through real directories only, must be that same file
+// (device and inode) to be verified; its identifier is then `path`.
 SigningFacts signingFacts(const struct stat& running, const std::string& path);
 
 // Whether a file name (the last path component) names an interpreter or program loader: shells,

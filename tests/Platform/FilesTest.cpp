@@ -119,12 +119,6 @@ TEST_F(AtomicFileTest, CreatesMissingFoldersWithTheGivenMode) {
   EXPECT_THROW(createFolders(directory_.path() / "plain" / "sub", 0700), std::system_error);
 }
 
-TEST(AtomicFile, RecognisesItsTemporaryNames) {
-  EXPECT_TRUE(isAtomicWriteTemporary(".keys.json.tmp-00ff00ff00ff00ff"));
-  EXPECT_FALSE(isAtomicWriteTemporary("keys.json"));
-  EXPECT_FALSE(isAtomicWriteTemporary(".lock"));
-}
-
 TEST(WholeFile, ReadsUpToTheLimitAndNoFurther) {
   testing::TemporaryDirectory directory;
   const fs::path path = directory.path() / "f";

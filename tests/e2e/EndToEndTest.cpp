@@ -164,6 +164,37 @@ TEST_F(EndToEnd, GitSignsCommitsWithAnAgentKey) {
   EXPECT_EQ(quorvane.lastEntry()["purpose"], "sign:git");
 }
 
+TEST_F(EndToEnd, LockPendingLimitAndDenialsWorkAcrossProcesses) {
+  quorvane.quorvane({"keys", "generate", "busy"});
+  writeFile(quorvane.home() / "busy.pub", publicKey("busy") + "\n");
+  writeFile(quorvane.home() / "message", "x");
+  const std::vector<std::string> sign = {"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
+                                         (quorvane.home() / "busy.pub").string(),
+                                         (quorvane.home() / "message").string()};
+  auto locked = inBackground(sign);
+  quorvane.waitForPending(1);
+  quorvane.quorvane({"lock"});
+  quorvane.approveNext();
+  EXPECT_NE(locked.get().exitCode, 0);
+  EXPECT_EQ(quorvane.lastEntry()["note"], "locked while waiting");
+  quorvane.quorvane({"unlock"});
+
+  std::vector<std::future<CommandResult>> waiting;
+  for (int i = 0; i < 3; ++i) {
+    waiting.push_back(inBackground(sign));
+    quorvane.waitForPending(static_cast<size_t>(i + 1));
+  }
+  EXPECT_NE(runCommand(sign).exitCode, 0) << "the fourth is refused at once";
+  EXPECT_EQ(quorvane.lastEntry()["note"], "too many pending requests");
+
+  for (const JSON& request : quorvane.quorvaneJSON({"pending"}))
+    quorvane.quorvane({"deny", request["id"].get<std::string>()});
+  for (auto& result : waiting) EXPECT_NE(result.get().exitCode, 0);
+  EXPECT_NE(runCommand(sign).exitCode, 0) << "three denials block the program";
+  EXPECT_TRUE(quorvane.lastEntry()["decidedBy"].get<std::string>().starts_with("blocked until "));
+  EXPECT_EQ(quorvane.quorvaneJSON({"pending"}).size(), 0u) << "a blocked request never asks";
+}
+
 TEST_F(EndToEnd, AClientKilledWhileWaitingIsLoggedAsDisconnected) {
   quorvane.quorvane({"keys", "generate", "patient"});
   writeFile(quorvane.home() / "patient.pub", publicKey("patient") + "\n");
@@ -174,8 +205,11 @@ TEST_F(EndToEnd, AClientKilledWhileWaitingIsLoggedAsDisconnected) {
                            quorvane.home() / "signer.log");
   quorvane.waitForPending(1);
   signer.stop(SIGKILL);
-  quorvane.waitForPending(0);
-  JSON entry = quorvane.lastEntry();
+  JSON entry;
+  EXPECT_TRUE(eventually([&] {
+    entry = quorvane.lastEntry();
+    return entry.is_object();
+  }));
   EXPECT_EQ(entry["note"], "client disconnected");
   EXPECT_EQ(entry["outcome"], "expired");
 }

@@ -1,0 +1,109 @@
+#include "ApprovalProto/SoftwareSigner.h"
+
+#include <openssl/core_names.h>
+#include <openssl/ec.h>
+#include <openssl/obj_mac.h>
+
+#include "ApprovalProto/QAPFailure.h"
+#include "Crypto/CryptoError.h"
+#include "Crypto/OpenSSLHandles.h"
+
+namespace quorvane {
+namespace {
+
+constexpr size_t kScalarSize = 32;
+constexpr size_t kPublicKeySize = 65;
+
+using ECGroupPtr = std::unique_ptr<EC_GROUP, OpenSSLDeleter<EC_GROUP_free>>;
+using ECPointPtr = std::unique_ptr<EC_POINT, OpenSSLDeleter<EC_POINT_free>>;
+using SecretBIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_clear_free>>;
+
+// A key pair from a private scalar that was checked to lie in [1, n-1]; its public point is
+// computed here, as OpenSSL does not derive it on import.
+EVP_PKEY* keyPairFromScalar(const EC_GROUP* group, const BIGNUM* scalar) {
+  ECPointPtr point(EC_POINT_new(group));
+  uint8_t publicKey[kPublicKeySize];
+  if (!point || EC_POINT_mul(group, point.get(), scalar, nullptr, nullptr, nullptr) != 1 ||
+      EC_POINT_point2oct(group, point.get(), POINT_CONVERSION_UNCOMPRESSED, publicKey,
+                         sizeof publicKey, nullptr) != kPublicKeySize)
+    throw CryptoError::libraryFailure("EC_POINT_mul(P-256)");
+  ParamBuildPtr builder(OSSL_PARAM_BLD_new());
+  if (!builder ||
+      OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME, "P-256", 0) != 1 ||
+      OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, scalar) != 1 ||
+      OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, publicKey,
+                                       sizeof publicKey) != 1)
+    throw CryptoError::libraryFailure("OSSL_PARAM_BLD_push(P-256)");
+  ParamsPtr params(OSSL_PARAM_BLD_to_param(builder.get()));
+  EVPPKeyCtxPtr context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
+  EVP_PKEY* key = nullptr;
+  if (!params || !context || EVP_PKEY_fromdata_init(context.get()) != 1 ||
+      EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEYPAIR, params.get()) != 1)
+    throw CryptoError::libraryFailure("EVP_PKEY_fromdata(P-256)");
+  return key;
+}
+
+}  // namespace
+
+SoftwareSigner::SoftwareSigner(EVP_PKEY* key) : key_(key, EVP_PKEY_free) {
+  if (!key_) throw CryptoError::libraryFailure("P-256 key");
+  publicKey_.resize(kPublicKeySize);
+  size_t length = 0;
+  if (EVP_PKEY_get_octet_string_param(key_.get(), OSSL_PKEY_PARAM_PUB_KEY, publicKey_.data(),
+                                      publicKey_.size(), &length) != 1 ||
+      length != kPublicKeySize || publicKey_[0] != 0x04)
+    throw CryptoError::libraryFailure("EVP_PKEY_get_octet_string_param(P-256 public key)");
+}
+
+SoftwareSigner SoftwareSigner::generate() {
+  return SoftwareSigner(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+}
+
+SoftwareSigner SoftwareSigner::fromPrivateKey(ByteView rawPrivateKey) {
+  if (rawPrivateKey.size() != kScalarSize) throw QAPFailure(QAPFailure::Kind::malformed);
+  ECGroupPtr group(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
+  SecretBIGNUMPtr scalar(BN_secure_new());
+  if (!group || !scalar ||
+      BN_bin2bn(rawPrivateKey.data(), static_cast<int>(rawPrivateKey.size()), scalar.get()) ==
+          nullptr)
+    throw CryptoError::libraryFailure("P-256 private key");
+  if (BN_is_zero(scalar.get()) || BN_cmp(scalar.get(), EC_GROUP_get0_order(group.get())) >= 0)
+    throw QAPFailure(QAPFailure::Kind::malformed);
+  return SoftwareSigner(keyPairFromScalar(group.get(), scalar.get()));
+}
+
+SecureBytes SoftwareSigner::privateKey() const {
+  BIGNUM* raw = nullptr;
+  if (EVP_PKEY_get_bn_param(key_.get(), OSSL_PKEY_PARAM_PRIV_KEY, &raw) != 1)
+    throw CryptoError::libraryFailure("EVP_PKEY_get_bn_param(P-256 private key)");
+  SecretBIGNUMPtr scalar(raw);
+  SecureBytes out(kScalarSize);
+  if (BN_bn2binpad(scalar.get(), out.data(), static_cast<int>(out.size())) !=
+      static_cast<int>(kScalarSize))
+    throw CryptoError::libraryFailure("BN_bn2binpad");
+  return out;
+}
+
+Bytes SoftwareSigner::sign(ByteView data) const {
+  EVPMDCtxPtr context(EVP_MD_CTX_new());
+  if (!context || EVP_DigestSignInit_ex(context.get(), nullptr, "SHA256", nullptr, nullptr,
+                                        key_.get(), nullptr) != 1)
+    throw CryptoError::libraryFailure("EVP_DigestSignInit_ex(P-256)");
+  size_t length = 0;
+  if (EVP_DigestSign(context.get(), nullptr, &length, data.data(), data.size()) != 1)
+    throw CryptoError::libraryFailure("EVP_DigestSign(P-256)");
+  Bytes der(length);
+  if (EVP_DigestSign(context.get(), der.data(), &length, data.data(), data.size()) != 1)
+    throw CryptoError::libraryFailure("EVP_DigestSign(P-256)");
+  const uint8_t* cursor = der.data();
+  ECDSASigPtr signature(d2i_ECDSA_SIG(nullptr, &cursor, static_cast<long>(length)));
+  const BIGNUM *r = nullptr, *s = nullptr;
+  if (signature) ECDSA_SIG_get0(signature.get(), &r, &s);
+  Bytes raw(2 * kScalarSize);
+  if (!signature || BN_bn2binpad(r, raw.data(), kScalarSize) != kScalarSize ||
+      BN_bn2binpad(s, raw.data() + kScalarSize, kScalarSize) != kScalarSize)
+    throw CryptoError::libraryFailure("ECDSA signature conversion");
+  return raw;
+}
+
+}  // namespace quorvane

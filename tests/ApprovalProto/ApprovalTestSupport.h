@@ -1,0 +1,27 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "ApprovalProto/QAPFailure.h"
+
+namespace quorvane::testing {
+
+// Runs `action` and returns the kind of the QAPFailure it throws; fails the calling test when it
+// throws none (and then returns a kind no case expects).
+inline QAPFailure::Kind failureOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const QAPFailure& failure) {
+    return failure.kind();
+  }
+  ADD_FAILURE() << "no QAPFailure thrown";
+  return static_cast<QAPFailure::Kind>(-1);
+}
+
+}  // namespace quorvane::testing
+
+namespace quorvane {
+inline void PrintTo(QAPFailure::Kind kind, std::ostream* out) { *out << name(kind); }
+}  // namespace quorvane
