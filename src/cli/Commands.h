@@ -8,6 +8,8 @@ namespace quorvane::cli {
 
 // Each adds one group of subcommands to the program.
 void addKeyCommands(CLI::App& app);
+// `keys import`, added to the keys group.
+void addImportCommand(CLI::App& keys);
 void addApprovalCommands(CLI::App& app);
 void addLockCommands(CLI::App& app);
 void addRuleCommands(CLI::App& app);

@@ -58,6 +58,7 @@ void list(bool json) {
 void addKeyCommands(CLI::App& app) {
   CLI::App* keys = app.add_subcommand("keys", "list, make, show, rename and delete your SSH keys");
   keys->require_subcommand(1);
+  addImportCommand(*keys);
 
   static bool listJSON = false;
   CLI::App* listCommand = keys->add_subcommand("list", "list your keys in the order ssh sees them");

@@ -1,0 +1,143 @@
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <iostream>
+#include <sstream>
+
+#include "KeyImport/ImportMessages.h"
+#include "KeyImport/KeyImporter.h"
+#include "KeyStore/KeyStoreError.h"
+#include "Platform/Clock.h"
+#include "SSHWire/UTF8.h"
+#include "cli/CommandSupport.h"
+#include "cli/Commands.h"
+#include "cli/Terminal.h"
+
+namespace quorvane::cli {
+namespace {
+
+struct ImportOptions {
+  std::string file, name, passphraseFile;
+  bool passphraseStdin = false, json = false;
+};
+ImportOptions options;
+
+// Key files larger than this are not read at all; the importer refuses anything above 1 MiB.
+constexpr std::uintmax_t kMaxKeyFileBytes = 2 << 20;
+
+SecureBytes readKeyFile(const std::string& path) {
+  std::error_code error;
+  auto size = std::filesystem::file_size(path, error);
+  if (error) throw CommandFailure("cannot read " + path + ": " + error.message());
+  if (size > kMaxKeyFileBytes) throw CommandFailure(kUnreadableKeyFileMessage);
+  std::ifstream file(path, std::ios::binary);
+  SecureBytes text(static_cast<size_t>(size));
+  if (!file.read(reinterpret_cast<char*>(text.data()), static_cast<std::streamsize>(size)))
+    throw CommandFailure("cannot read " + path);
+  if (!isValidUTF8(text.view())) throw CommandFailure(kUnreadableKeyFileMessage);
+  return text;
+}
+
+// The passphrase given by option: the first line of a file or of standard input.
+std::optional<SecureBytes> givenPassphrase() {
+  std::string line;
+  if (options.passphraseStdin) {
+    std::getline(std::cin, line);
+  } else if (!options.passphraseFile.empty()) {
+    std::ifstream file(options.passphraseFile, std::ios::binary);
+    if (!file) throw CommandFailure("cannot read " + options.passphraseFile);
+    std::getline(file, line);
+  } else {
+    return std::nullopt;
+  }
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  SecureBytes passphrase(bytesOf(line));
+  secureWipe(line.data(), line.size());
+  return passphrase;
+}
+
+// Parses on a worker thread; a slow key derivation shows that it is working.
+ParsedPrivateKey parseWithProgress(const SecureBytes& text, const SecureBytes& passphrase) {
+  auto work = std::async(std::launch::async, [&] {
+    return KeyImporter::parse(std::string_view(reinterpret_cast<const char*>(text.data()),
+                                               text.size()),
+                              passphrase);
+  });
+  bool shown = false;
+  const char* frames = "|/-\\";
+  for (int tick = 0; work.wait_for(std::chrono::milliseconds(200)) != std::future_status::ready;
+       ++tick) {
+    if (::isatty(STDERR_FILENO)) {
+      std::cerr << "\rDeriving the key from the passphrase… " << frames[tick % 4] << std::flush;
+      shown = true;
+    } else if (!shown) {
+      std::cerr << "Deriving the key from the passphrase…\n";
+      shown = true;
+    }
+  }
+  if (shown && ::isatty(STDERR_FILENO)) std::cerr << "\r\033[K" << std::flush;
+  return work.get();
+}
+
+void importKey() {
+  const SecureBytes text = readKeyFile(options.file);
+  std::optional<SecureBytes> passphrase = givenPassphrase();
+  std::optional<ParsedPrivateKey> parsed;
+  try {
+    parsed = parseWithProgress(text, passphrase.value_or(SecureBytes()));
+  } catch (const KeyImportError& error) {
+    if (error.kind() != KeyImportError::Kind::passphraseRequired || passphrase)
+      throw CommandFailure(printable(importErrorMessage(error)));
+    passphrase = readSecretFromTerminal("Passphrase for " + options.file + ": ");
+    if (!passphrase) throw CommandFailure(importErrorMessage(error));
+    try {
+      parsed = parseWithProgress(text, *passphrase);
+    } catch (const KeyImportError& again) {
+      throw CommandFailure(printable(importErrorMessage(again)));
+    }
+  }
+
+  std::string name = options.name;
+  if (name.empty()) name = parsed->comment;
+  if (name.empty()) name = std::filesystem::path(options.file).filename().string();
+  KeyRecord record;
+  try {
+    record = SupportState::open().openKeyStore()->add(parsed->key, name, SystemClock().now());
+  } catch (const KeyStoreError& error) {
+    if (error.kind() == KeyStoreError::Kind::duplicateKey)
+      throw CommandFailure("this key is already in Quorvane");
+    throw;
+  }
+  notifyAgentOfChange();
+  if (options.json) {
+    JSON json = toJSON(record);
+    json["fingerprint"] = fingerprint(record.publicKeyBlob);
+    if (auto notice = importNotice(*parsed)) json["notice"] = *notice;
+    return printJSON(json);
+  }
+  std::cout << "Imported “" << record.name << "” (" << fingerprint(record.publicKeyBlob)
+            << "). The file can now be deleted; Quorvane keeps its own protected copy.\n";
+  if (auto notice = importNotice(*parsed)) std::cout << *notice << "\n";
+}
+
+}  // namespace
+
+void addImportCommand(CLI::App& keys) {
+  CLI::App* command = keys.add_subcommand(
+      "import", "import a private key file (OpenSSH, PEM, PKCS#1, SEC1, PKCS#8; encrypted or not)");
+  command->add_option("FILE", options.file, "the private key file, e.g. ~/.ssh/id_ed25519")
+      ->required();
+  command->add_option("--name", options.name, "the key's name (default: its comment, or the file name)");
+  auto* file = command->add_option("--passphrase-file", options.passphraseFile,
+                                    "read the passphrase from the first line of this file");
+  auto* standardInput = command->add_flag("--passphrase-stdin", options.passphraseStdin,
+                                          "read the passphrase from the first line of standard input");
+  file->excludes(standardInput);
+  addJSONFlag(command, options.json);
+  command->callback(importKey);
+}
+
+}  // namespace quorvane::cli
