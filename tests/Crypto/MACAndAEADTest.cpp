@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "Crypto/AESGCM.h"
+#include "Crypto/DigestContext.h"
 #include "Crypto/HMAC.h"
+#include "Crypto/HMACContext.h"
 #include "Crypto/Hex.h"
 #include "support/TestSupport.h"
 
@@ -62,6 +64,39 @@ TEST_P(AESGCMKnownAnswer, RefusesAnyChangeOrWrongAssociatedData) {
 }
 
 INSTANTIATE_TEST_SUITE_P(McGrewViega, AESGCMKnownAnswer, ::testing::ValuesIn(kGCMVectors));
+
+}  // namespace
+}  // namespace quorvane::crypto
+
+namespace quorvane::crypto {
+namespace {
+
+// The reusable contexts must give what the one-shot functions give, message after message, for
+// every algorithm and for keys shorter and longer than the block.
+TEST(ReusableContexts, MatchOneShotDigestsAndMACsAcrossMessages) {
+  const Bytes messages[] = {bytesOf(""), bytesOf("abc"), Bytes(1000, 0x5a)};
+  const Bytes keys[] = {Bytes{}, Bytes(20, 0x0b), Bytes(200, 0xaa)};
+  for (HashAlgorithm algorithm : {HashAlgorithm::sha1, HashAlgorithm::sha256,
+                                  HashAlgorithm::sha384, HashAlgorithm::sha512}) {
+    DigestContext digestContext(algorithm);
+    for (const Bytes& message : messages) {
+      Bytes out(digestContext.size());
+      digestContext.update(ByteView(message).first(message.size() / 2));
+      digestContext.update(ByteView(message).subspan(message.size() / 2));
+      digestContext.finish(out);
+      EXPECT_EQ(out, digest(algorithm, message));
+    }
+    for (const Bytes& key : keys) {
+      HMACContext macContext(algorithm, key);
+      for (const Bytes& message : messages) {
+        Bytes out(macContext.size());
+        macContext.update(message);
+        macContext.finish(out);
+        EXPECT_EQ(out, hmac(algorithm, key, message)) << key.size() << "/" << message.size();
+      }
+    }
+  }
+}
 
 }  // namespace
 }  // namespace quorvane::crypto

@@ -1,0 +1,430 @@
+#include "ActivityStore/ActivityStore.h"
+
+#include <fcntl.h>
+#include <openssl/crypto.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+
+#include "ActivityStore/ActivityStoreError.h"
+#include "ActivityStore/ChainHasher.h"
+#include "ActivityStore/SQLite.h"
+
+namespace quorvane {
+
+namespace {
+
+constexpr const char* kSchema =
+    "PRAGMA journal_mode=WAL;\n"
+    "CREATE TABLE IF NOT EXISTS activity (\n"
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT,\n"
+    "  date REAL NOT NULL,\n"
+    "  json TEXT NOT NULL,\n"
+    "  prev BLOB NOT NULL,\n"
+    "  hash BLOB NOT NULL\n"
+    ");\n"
+    "CREATE INDEX IF NOT EXISTS activity_date ON activity(date);";
+
+// A commit reaches the disk before append returns, so an answered request cannot vanish from the
+// log when the power goes.
+constexpr const char* kDurability = "PRAGMA synchronous=FULL;";
+
+constexpr std::string_view kNewestRow = "SELECT id, hash FROM activity ORDER BY id DESC LIMIT 1";
+constexpr std::string_view kOldestRow = "SELECT id, prev FROM activity ORDER BY id LIMIT 1";
+constexpr std::string_view kInsert =
+    "INSERT INTO activity(date, json, prev, hash) VALUES (?,?,?,?)";
+constexpr std::string_view kScan = "SELECT id, json, prev, hash FROM activity ORDER BY id";
+constexpr std::string_view kPurge = "DELETE FROM activity WHERE date < ?";
+constexpr std::string_view kFirstKeptID = "SELECT min(id) FROM activity WHERE date >= ?";
+constexpr std::string_view kEarliestDateFrom = "SELECT min(date) FROM activity WHERE id >= ?";
+
+bool sameBytes(ByteView a, ByteView b) {
+  return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
+}
+
+// The date column's value: the entry's date as its JSON text gives it, in whole seconds.
+double storedSeconds(Date date) {
+  return Date::parseISO8601(date.iso8601()).value_or(Date{}).secondsSince1970;
+}
+
+// A new file is made readable by its owner only; SQLite gives its -wal and -shm files the same
+// mode.
+void createPrivately(const std::filesystem::path& path) {
+  if (path.empty() || path == ":memory:") return;
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd >= 0) ::close(fd);
+}
+
+// The LIKE pattern that finds `text` inside entry JSON: the text as it appears inside a JSON
+// string (so quotes and backslashes match their escaped form), with the LIKE wildcards and the
+// escape character escaped, between two "%".
+std::string likePattern(std::string_view text) {
+  std::string asJSON = dumpLogJSON(JSON(std::string(text)));
+  std::string pattern = "%";
+  for (char c : std::string_view(asJSON).substr(1, asJSON.size() - 2)) {
+    if (c == '%' || c == '_' || c == '\\') pattern += '\\';
+    pattern += c;
+  }
+  pattern += '%';
+  return pattern;
+}
+
+std::optional<ChainEnd> readEnd(SQLiteStatement& statement) {
+  SQLiteStatement::Use use(statement);
+  if (!statement.step()) return std::nullopt;
+  ByteView hash = statement.blobAt(1);
+  return ChainEnd{statement.int64At(0), Bytes(hash.begin(), hash.end())};
+}
+
+}  // namespace
+
+// The connection and what is used with it; touched only on the store's queue.
+struct ActivityStore::Database {
+  struct Inserted {
+    ChainEnd head;
+    // The start to record after the commit, when the anchor had none.
+    std::optional<ChainEnd> start;
+  };
+
+  Database(const std::filesystem::path& path, const std::optional<SecureBytes>& chainKey);
+
+  void begin() { run(beginImmediate); }
+  void commit() { run(commitStatement); }
+  void rollbackQuietly() noexcept {
+    try {
+      run(rollbackStatement);
+    } catch (const ActivityStoreError&) {
+      // Nothing was committed; SQLite rolls back on its own when it cannot.
+    }
+  }
+  static void run(SQLiteStatement& statement) {
+    SQLiteStatement::Use use(statement);
+    statement.run();
+  }
+
+  // Inside a write transaction: links the row to the newest row, or to the anchor's `head` when
+  // the anchor knows a row at least as new (rows removed from the end then stay visible). With
+  // `startMissing`, the start to record is read after the insert.
+  Inserted insert(std::string_view json, double date, const std::optional<ChainEnd>& head,
+                  bool startMissing);
+  double purgeBound(double cutoff);
+
+  SQLiteConnection connection;
+  ChainHasher hasher;
+  SQLiteStatement newestRow, oldestRow, insertRow;
+  SQLiteStatement beginImmediate, commitStatement, rollbackStatement;
+};
+
+ActivityStore::Database::Database(const std::filesystem::path& path,
+                                  const std::optional<SecureBytes>& chainKey)
+    : connection([&] {
+        createPrivately(path);
+        sqlite3* raw = nullptr;
+        int code = sqlite3_open_v2(
+            path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
+            nullptr);
+        SQLiteConnection owned(raw);
+        if (code != SQLITE_OK)
+          throw ActivityStoreError::sqlite(code, raw ? sqlite3_errmsg(raw) : "open");
+        sqlite3_busy_timeout(raw, kBusyTimeoutMilliseconds);
+        executeSQL(raw, kSchema);
+        executeSQL(raw, kDurability);
+        return owned;
+      }()),
+      hasher(chainKey),
+      newestRow(connection.get(), kNewestRow),
+      oldestRow(connection.get(), kOldestRow),
+      insertRow(connection.get(), kInsert),
+      beginImmediate(connection.get(), "BEGIN IMMEDIATE"),
+      commitStatement(connection.get(), "COMMIT"),
+      rollbackStatement(connection.get(), "ROLLBACK") {}
+
+ActivityStore::Database::Inserted ActivityStore::Database::insert(
+    std::string_view json, double date, const std::optional<ChainEnd>& head, bool startMissing) {
+  std::optional<ChainEnd> newest = readEnd(newestRow);
+  ByteView prev = kGenesisPrev;
+  if (head && (!newest || head->id >= newest->id))
+    prev = head->hash;
+  else if (newest)
+    prev = newest->hash;
+
+  ChainHash hash = hasher.hash(prev, json);
+  {
+    SQLiteStatement::Use use(insertRow);
+    insertRow.bind(1, date);
+    insertRow.bind(2, json);
+    insertRow.bind(3, prev);
+    insertRow.bind(4, ByteView(hash));
+    insertRow.run();
+  }
+  Inserted inserted{{sqlite3_last_insert_rowid(connection.get()), Bytes(hash.begin(), hash.end())},
+                    std::nullopt};
+  if (startMissing) inserted.start = readEnd(oldestRow);
+  return inserted;
+}
+
+// The date bound that deletes the rows dated before `cutoff` as far as they are a run from the
+// oldest row: lowered to the earliest date among the rows that must stay, until the rows below the
+// bound are exactly those before the first row that stays. Each round lowers the bound to the date
+// of a row, so it ends; with dates in order it ends after one round.
+double ActivityStore::Database::purgeBound(double cutoff) {
+  SQLiteStatement firstKept(connection.get(), kFirstKeptID);
+  SQLiteStatement earliestFrom(connection.get(), kEarliestDateFrom);
+  double bound = cutoff;
+  for (;;) {
+    int64_t firstKeptID;
+    {
+      SQLiteStatement::Use use(firstKept);
+      firstKept.bind(1, bound);
+      if (!firstKept.step() || firstKept.isNull(0)) return bound;  // every row goes
+      firstKeptID = firstKept.int64At(0);
+    }
+    SQLiteStatement::Use use(earliestFrom);
+    earliestFrom.bind(1, firstKeptID);
+    if (!earliestFrom.step() || earliestFrom.isNull(0)) return bound;
+    double earliest = earliestFrom.doubleAt(0);
+    if (earliest >= bound) return bound;
+    bound = earliest;
+  }
+}
+
+// After the commit, so that the anchor never names a row that might not be there; a head already
+// further on (another process's) stays.
+void ActivityStore::recordInAnchor(const ChainEnd& head, const std::optional<ChainEnd>& start) {
+  if (!anchor_) return;
+  std::optional<ChainEnd> current = anchor_->head();
+  if (!current || current->id < head.id) anchor_->setHead(head);
+  if (start) anchor_->setStart(start);
+}
+
+ActivityStore::ActivityStore(std::shared_ptr<ChainAnchor> anchor)
+    : anchor_(std::move(anchor)), queue_(std::string(kQueueLabel)) {}
+
+ActivityStore::~ActivityStore() {
+  queue_.sync([this] { database_.reset(); });
+}
+
+std::unique_ptr<ActivityStore> ActivityStore::open(const std::filesystem::path& path,
+                                                   std::shared_ptr<ChainAnchor> anchor,
+                                                   std::optional<SecureBytes> chainKey) {
+  std::unique_ptr<ActivityStore> store(new ActivityStore(std::move(anchor)));
+  store->queue_.sync([&] { store->database_ = std::make_unique<Database>(path, chainKey); });
+  return store;
+}
+
+void ActivityStore::append(const ActivityEntry& entry) {
+  std::string json = encodeActivityEntryText(entry);
+  double date = storedSeconds(entry.date);
+  queue_.sync([&] {
+    Database& db = *database_;
+    db.begin();
+    Database::Inserted inserted;
+    // An anchor that cannot be read does not cost the entry: the row links to the newest row, is
+    // committed, and then the anchor's failure is reported.
+    std::exception_ptr anchorFailure;
+    try {
+      std::optional<ChainEnd> head;
+      bool startMissing = false;
+      if (anchor_) {
+        try {
+          head = anchor_->head();
+          startMissing = !anchor_->start();
+        } catch (const ActivityStoreError&) {
+          anchorFailure = std::current_exception();
+        }
+      }
+      inserted = db.insert(json, date, head, startMissing);
+      db.commit();
+    } catch (...) {
+      db.rollbackQuietly();
+      throw;
+    }
+    if (anchorFailure) std::rethrow_exception(anchorFailure);
+    recordInAnchor(inserted.head, inserted.start);
+  });
+}
+
+std::vector<ActivityEntry> ActivityStore::entries(const ActivityQuery& query) {
+  std::string sql = "SELECT json FROM activity WHERE 1=1";
+  if (query.from) sql += " AND date >= ?";
+  if (query.to) sql += " AND date <= ?";
+  if (!query.text.empty()) sql += " AND json LIKE ? ESCAPE '\\'";
+  sql += " ORDER BY id DESC LIMIT ?";
+  std::string pattern = query.text.empty() ? "" : likePattern(query.text);
+  int64_t limit = static_cast<int64_t>(
+      std::min<size_t>(query.limit, static_cast<size_t>(std::numeric_limits<int64_t>::max())));
+
+  return queue_.sync([&] {
+    SQLiteStatement search(database_->connection.get(), sql);
+    int index = 1;
+    if (query.from) search.bind(index++, query.from->secondsSince1970);
+    if (query.to) search.bind(index++, query.to->secondsSince1970);
+    if (!query.text.empty()) search.bind(index++, std::string_view(pattern));
+    search.bind(index, limit);
+    std::vector<ActivityEntry> found;
+    while (search.step()) {
+      try {
+        found.push_back(decodeActivityEntryText(search.textAt(0)));
+      } catch (const DecodingError&) {
+        // A row that is not an entry is verify's business; the list shows the rest.
+      }
+    }
+    return found;
+  });
+}
+
+std::optional<ChainProblem> ActivityStore::verify() {
+  return queue_.sync([&]() -> std::optional<ChainProblem> {
+    Database& db = *database_;
+    {
+      SQLiteStatement scan(db.connection.get(), kScan);
+      ChainHash expected{};
+      bool first = true;
+      while (scan.step()) {
+        int64_t id = scan.int64At(0);
+        ByteView prev = scan.blobAt(2);
+        // The first row's own prev starts the chain, so a purged log verifies.
+        if (!first && !sameBytes(prev, expected)) return ChainProblem::modified(id);
+        expected = db.hasher.hash(prev, scan.textAt(1));
+        if (!sameBytes(scan.blobAt(3), expected)) return ChainProblem::modified(id);
+        first = false;
+      }
+    }
+    if (!anchor_) return std::nullopt;
+
+    // The order of these reads keeps another process's writes meanwhile from looking like a
+    // removal: the head is recorded after a commit and rows only get newer, so the head is read
+    // before the newest row; a purge records the start before its commit, so the oldest row is
+    // read before the start.
+    std::optional<ChainEnd> oldest = readEnd(db.oldestRow);
+    std::optional<ChainEnd> start = anchor_->start();
+    std::optional<ChainEnd> head = anchor_->head();
+    std::optional<ChainEnd> newest = readEnd(db.newestRow);
+    if (head) {
+      if (!newest || newest->id < head->id) return ChainProblem::truncated(head->id);
+      if (newest->id == head->id && !sameBytes(newest->hash, head->hash))
+        return ChainProblem::modified(head->id);
+    }
+    // A start further on than the oldest row is a purge whose commit did not happen: more rows,
+    // not fewer.
+    if (start && (!oldest || oldest->id > start->id ||
+                  (oldest->id == start->id && !sameBytes(oldest->hash, start->hash))))
+      return ChainProblem::truncatedStart(start->id);
+    return std::nullopt;
+  });
+}
+
+ActivityEntry ActivityStore::purgeEntry(int64_t count, Date before, Date now) {
+  ActivityEntry entry;
+  entry.date = now;
+  entry.purpose = "purge";
+  entry.app = "Quorvane";
+  entry.decision = "purge";
+  entry.decidedBy = "retention";
+  entry.outcome = ActivityEntry::Outcome::purged;
+  entry.note = std::to_string(count) + " entries before " + before.iso8601() + " deleted";
+  return entry;
+}
+
+int64_t ActivityStore::purge(Date before, Date now) {
+  struct Result {
+    int64_t count = 0;
+    std::optional<Database::Inserted> inserted;
+  };
+  Result result = queue_.sync([&] {
+    Database& db = *database_;
+    Result done;
+    db.begin();
+    std::optional<std::optional<ChainEnd>> previousStart;
+    try {
+      {
+        SQLiteStatement deletion(db.connection.get(), kPurge);
+        deletion.bind(1, db.purgeBound(before.secondsSince1970));
+        deletion.run();
+      }
+      done.count = sqlite3_changes64(db.connection.get());
+      if (done.count == 0) {
+        db.rollbackQuietly();
+        return done;
+      }
+      if (anchor_) {
+        // Recorded before the commit: should the commit not happen, a start further on than the
+        // oldest row is not mistaken for a removal.
+        previousStart = anchor_->start();
+        anchor_->setStart(readEnd(db.oldestRow));
+      }
+      std::string json = encodeActivityEntryText(purgeEntry(done.count, before, now));
+      std::optional<ChainEnd> head = anchor_ ? anchor_->head() : std::nullopt;
+      done.inserted = db.insert(json, storedSeconds(now), head, anchor_ && !anchor_->start());
+      db.commit();
+    } catch (...) {
+      db.rollbackQuietly();
+      if (previousStart) {
+        try {
+          anchor_->setStart(*previousStart);
+        } catch (const ActivityStoreError&) {
+          // The start stays further on, which verify accepts.
+        }
+      }
+      throw;
+    }
+    recordInAnchor(done.inserted->head, done.inserted->start);
+    return done;
+  });
+  return result.count;
+}
+
+ActivityStore::ScanCount ActivityStore::forEachEntry(
+    std::optional<Date> from, std::optional<Date> to,
+    const std::function<void(const ActivityEntry&)>& visit) {
+  std::string sql = "SELECT id, json FROM activity WHERE id > ?";
+  if (from) sql += " AND date >= ?";
+  if (to) sql += " AND date <= ?";
+  sql += " ORDER BY id LIMIT ?";
+
+  ScanCount count;
+  int64_t after = std::numeric_limits<int64_t>::min();
+  std::vector<std::string> page;
+  for (;;) {
+    page.clear();
+    queue_.sync([&] {
+      SQLiteStatement select(database_->connection.get(), sql);
+      int index = 1;
+      select.bind(index++, after);
+      if (from) select.bind(index++, from->secondsSince1970);
+      if (to) select.bind(index++, to->secondsSince1970);
+      select.bind(index, int64_t{kPageSize});
+      while (select.step()) {
+        after = select.int64At(0);
+        page.emplace_back(select.textAt(1));
+      }
+    });
+    if (page.empty()) return count;
+    for (const std::string& json : page) {
+      std::optional<ActivityEntry> entry;
+      try {
+        entry = decodeActivityEntryText(json);
+      } catch (const DecodingError&) {
+        ++count.skipped;
+        continue;
+      }
+      visit(*entry);
+      ++count.entries;
+    }
+  }
+}
+
+ActivityStore::ScanCount ActivityStore::exportEntries(std::ostream& out,
+                                                      ActivityExportFormat format,
+                                                      std::optional<Date> from,
+                                                      std::optional<Date> to) {
+  ActivityExportWriter writer(out, format);
+  ScanCount count =
+      forEachEntry(from, to, [&](const ActivityEntry& entry) { writer.write(entry); });
+  writer.finish();
+  return count;
+}
+
+}  // namespace quorvane

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string_view>
+#include <vector>
+
+#include "ActivityModel/ActivityExport.h"
+#include "ActivityModel/ActivityLog.h"
+#include "ActivityStore/ChainAnchor.h"
+#include "ActivityStore/ChainProblem.h"
+#include "ActivityStore/SerialQueue.h"
+#include "Crypto/SecureBytes.h"
+
+namespace quorvane {
+
+// The activity log on disk: a SQLite database whose rows form a hash chain, so that an entry
+// edited outside the program, or rows removed from either end, are noticed by `verify`.
+//
+// Table `activity`: id (AUTOINCREMENT, never reused), date (the entry's date in whole seconds
+// since 1970), json (the entry's JSON text), prev (the previous row's hash), hash. A row's hash is
+// HMAC-SHA-256 under the chain key, or SHA-256 without one, of prev followed by json. The first
+// row of a new log has 32 zero bytes as prev. The date column is not covered; the date inside the
+// JSON is.
+//
+// Several processes may write one log (the agent and the application): each append takes the
+// write lock first (BEGIN IMMEDIATE) and links to the newest row it finds inside that transaction.
+// Commits are durable (WAL with synchronous=FULL): an entry that `append` returned from survives a
+// power loss. The anchor keeps the ends of the chain outside the database; the head is recorded
+// after each commit and only ever moves forward, so it never names a row that was not committed.
+//
+// All database work runs on one private serial queue; every method may be called from any thread
+// and waits for its turn. Failures are thrown as ActivityStoreError.
+class ActivityStore final : public ActivityLog {
+ public:
+  static constexpr std::string_view kQueueLabel = "com.tallowmere.quorvane.activity";
+  // The prev of the very first row of a new log.
+  static constexpr std::array<uint8_t, 32> kGenesisPrev{};
+  // How long a write waits for another process's write to finish before failing with
+  // SQLITE_BUSY.
+  static constexpr int kBusyTimeoutMilliseconds = 5000;
+  // How many rows forEachEntry fetches at a time.
+  static constexpr int kPageSize = 1000;
+
+  // Opens or creates the log at `path` (a new file is made readable by its owner only). The chain
+  // key, when given, keys the hashes of new rows and of verification; usually it is the anchor's.
+  // Throws ActivityStoreError::sqlite when the file cannot be opened or is not a log.
+  static std::unique_ptr<ActivityStore> open(const std::filesystem::path& path,
+                                             std::shared_ptr<ChainAnchor> anchor = nullptr,
+                                             std::optional<SecureBytes> chainKey = std::nullopt);
+  ~ActivityStore() override;
+  ActivityStore(const ActivityStore&) = delete;
+  ActivityStore& operator=(const ActivityStore&) = delete;
+
+  // Adds an entry at the end of the chain and returns once it is committed; then records the new
+  // head (and the start of a log that had none) in the anchor.
+  void append(const ActivityEntry& entry) override;
+
+  // Entries matching the query, newest first. The text is looked for in the stored JSON text
+  // (with LIKE, so ASCII letters match either case; "%", "_" and "\" match only themselves).
+  // Rows whose JSON is not an entry are left out.
+  std::vector<ActivityEntry> entries(const ActivityQuery& query) override;
+
+  // Checks every row's link and hash in id order, then the ends against the anchor. Returns the
+  // first problem found, or nothing for an intact log.
+  std::optional<ChainProblem> verify();
+
+  // Deletes the entries dated before `before`, but only as a run from the oldest row on: the
+  // oldest row dated `before` or later, and every row after it, stay, so the chain never gets a
+  // hole. Then records the new start in the anchor and logs the purge as an entry dated `now` with
+  // outcome "purged" and the note "<count> entries before <ISO 8601 date> deleted". Returns the
+  // number of entries deleted; a purge that deletes nothing changes and logs nothing.
+  int64_t purge(Date before, Date now);
+
+  // What a scan saw: entries passed on, and rows skipped because their JSON is not an entry.
+  struct ScanCount {
+    int64_t entries = 0;
+    int64_t skipped = 0;
+  };
+
+  // Passes every entry dated within [from, to] (either end open when absent) to `visit`, oldest
+  // first, on the calling thread. Rows are fetched kPageSize at a time, so memory does not grow
+  // with the log; `visit` may call the store.
+  ScanCount forEachEntry(std::optional<Date> from, std::optional<Date> to,
+                         const std::function<void(const ActivityEntry&)>& visit);
+
+  // Writes the entries within [from, to], oldest first, as ActivityExportWriter does. The caller
+  // checks the stream afterwards.
+  ScanCount exportEntries(std::ostream& out, ActivityExportFormat format,
+                          std::optional<Date> from = std::nullopt,
+                          std::optional<Date> to = std::nullopt);
+
+  // The entry that a purge logs about itself.
+  static ActivityEntry purgeEntry(int64_t count, Date before, Date now);
+
+ private:
+  struct Database;
+
+  explicit ActivityStore(std::shared_ptr<ChainAnchor> anchor);
+  // On the queue, after a commit.
+  void recordInAnchor(const ChainEnd& head, const std::optional<ChainEnd>& start);
+
+  std::shared_ptr<ChainAnchor> anchor_;
+  std::unique_ptr<Database> database_;  // touched only on queue_
+  SerialQueue queue_;
+};
+
+}  // namespace quorvane
