@@ -107,7 +107,7 @@ class ActivityStore final : public ActivityLog {
 
   std::shared_ptr<ChainAnchor> anchor_;
   std::unique_ptr<Database> database_;  // touched only on queue_
-  SerialQueue queue_;                   // declared last: stops before the rest goes
+  SerialQueue queue_;
 };
 
 }  // namespace quorvane

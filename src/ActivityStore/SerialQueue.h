@@ -1,11 +1,8 @@
 #pragma once
 
 #include <condition_variable>
-#include <deque>
-#include <functional>
-#include <future>
+#include <cstdint>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -13,15 +10,15 @@
 
 namespace quorvane {
 
-// One worker thread that runs submitted work one piece at a time, in the order submitted. `sync`
-// hands work over and waits for it, from any thread: its result is returned and its exception
-// rethrown in the caller. Work must not call `sync` on its own queue (that would wait forever; it
+// Runs work one piece at a time, in the order it was submitted, from any number of threads. As
+// dispatch_sync does on a serial queue, `sync` runs the work on the submitting thread once every
+// earlier piece has finished, and returns its result or rethrows its exception there: the work is
+// serialised without handing it to another thread and back, which on a busy machine costs more
+// than the work itself. Work must not call `sync` on its own queue (that would wait forever; it
 // is checked).
 class SerialQueue {
  public:
-  explicit SerialQueue(std::string label);
-  // Runs the work already submitted, then stops the thread.
-  ~SerialQueue();
+  explicit SerialQueue(std::string label) : label_(std::move(label)) {}
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
 
@@ -29,26 +26,29 @@ class SerialQueue {
 
   template <typename Work>
   std::invoke_result_t<Work&> sync(Work&& work) {
-    using Result = std::invoke_result_t<Work&>;
-    if constexpr (std::is_void_v<Result>) {
-      runAndWait([&] { work(); });
-    } else {
-      std::optional<Result> result;
-      runAndWait([&] { result.emplace(work()); });
-      return std::move(*result);
-    }
+    Turn turn(*this);
+    return work();
   }
 
  private:
-  void runAndWait(std::function<void()> body);
-  void loop();
+  // Waits for this caller's turn (first come, first served) and ends it when it goes.
+  class Turn {
+   public:
+    explicit Turn(SerialQueue& queue);
+    ~Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+   private:
+    SerialQueue& queue_;
+  };
 
   const std::string label_;
   std::mutex mutex_;
-  std::condition_variable wakeUp_;
-  std::deque<std::packaged_task<void()>*> pending_;  // guarded by mutex_
-  bool stopping_ = false;                            // guarded by mutex_
-  std::thread worker_;
+  std::condition_variable turnEnded_;
+  uint64_t nextTicket_ = 0;  // guarded by mutex_
+  uint64_t serving_ = 0;     // guarded by mutex_
+  std::thread::id runner_;   // guarded by mutex_: the thread whose work runs now
 };
 
 }  // namespace quorvane
