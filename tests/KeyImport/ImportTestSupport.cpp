@@ -5,6 +5,8 @@
 #include <sstream>
 
 #include "Crypto/Base64.h"
+#include "KeyStore/InMemorySecretStore.h"
+#include "KeyStore/KeyStore.h"
 #include "SSHWire/SignatureVerification.h"
 #include "SSHWire/WireReader.h"
 #include "SSHWire/WireWriter.h"
@@ -87,10 +89,14 @@ ParsedPrivateKey expectImportsAndSigns(const std::filesystem::path& file,
   ParsedPrivateKey parsed = KeyImporter::parse(readFile(file), passphraseOf(passphrase));
   EXPECT_EQ(parsed.publicKey, expected);
   EXPECT_EQ(parsed.key.publicKey(), expected);
+  // Through the key store, as the agent signs: the stored secret must make the same key.
+  KeyStore store(std::make_shared<InMemorySecretStore>(), "", nullptr);
+  const KeyRecord record = store.add(parsed.key, "imported", Date{1'800'000'000});
+  EXPECT_EQ(record.publicKeyBlob, expected.blob);
   const Bytes data = bytesOf("data signed by an imported key");
   for (SignFlags flags : {SignFlags::rsaSHA2_256, SignFlags::rsaSHA2_512}) {
-    EXPECT_TRUE(verify(parsed.key.sign(data, flags), data, expected)) << file;
-    EXPECT_FALSE(verify(parsed.key.sign(data, flags), bytesOf("other data"), expected));
+    EXPECT_TRUE(verify(store.sign(record, data, flags), data, expected)) << file;
+    EXPECT_FALSE(verify(store.sign(record, data, flags), bytesOf("other data"), expected));
   }
   return parsed;
 }

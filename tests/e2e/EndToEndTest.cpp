@@ -195,6 +195,43 @@ TEST_F(EndToEnd, LockPendingLimitAndDenialsWorkAcrossProcesses) {
   EXPECT_EQ(quorvane.quorvaneJSON({"pending"}).size(), 0u) << "a blocked request never asks";
 }
 
+TEST_F(EndToEnd, ImportedKeysSignLikeTheFileTheyCameFrom) {
+  const auto key = quorvane.home() / "id_rsa";
+  ASSERT_EQ(runCommand({"ssh-keygen", "-q", "-t", "rsa", "-b", "2048", "-N", "secret words", "-C",
+                        "laptop rsa", "-f", key.string()})
+                .exitCode,
+            0);
+  writeFile(quorvane.home() / "passphrase", "wrong\n");
+  CommandResult wrong = quorvane.quorvane(
+      {"keys", "import", key.string(), "--passphrase-file", (quorvane.home() / "passphrase").string()},
+      true);
+  EXPECT_NE(wrong.exitCode, 0);
+  writeFile(quorvane.home() / "passphrase", "secret words\n");
+  CommandResult imported = quorvane.quorvane(
+      {"keys", "import", key.string(), "--passphrase-file", (quorvane.home() / "passphrase").string()});
+  EXPECT_NE(imported.output.find("Imported “laptop rsa”"), std::string::npos) << imported.output;
+  EXPECT_NE(imported.output.find("3072"), std::string::npos) << "the notice for a short RSA key";
+  writeFile(quorvane.home() / "junk", "\xff\xfe not text");
+  EXPECT_NE(quorvane.quorvane({"keys", "import", (quorvane.home() / "junk").string()}, true).exitCode,
+            0);
+
+  // ssh-keygen signs through the agent with the imported key; the file's own public key verifies.
+  std::string publicLine = runCommand({"ssh-keygen", "-y", "-P", "secret words", "-f", key.string()}).output;
+  writeFile(quorvane.home() / "id_rsa.pub", publicLine);
+  writeFile(quorvane.home() / "message", "imported\n");
+  auto signing = inBackground({"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
+                               (quorvane.home() / "id_rsa.pub").string(),
+                               (quorvane.home() / "message").string()});
+  quorvane.approveNext();
+  ASSERT_EQ(signing.get().exitCode, 0);
+  writeFile(quorvane.home() / "allowed", "me " + publicLine);
+  EXPECT_EQ(runCommand({"ssh-keygen", "-Y", "verify", "-f", (quorvane.home() / "allowed").string(),
+                        "-I", "me", "-n", "file", "-s", (quorvane.home() / "message.sig").string()},
+                       quorvane.home() / "message")
+                .exitCode,
+            0);
+}
+
 TEST_F(EndToEnd, AClientKilledWhileWaitingIsLoggedAsDisconnected) {
   quorvane.quorvane({"keys", "generate", "patient"});
   writeFile(quorvane.home() / "patient.pub", publicKey("patient") + "\n");
