@@ -9,7 +9,7 @@ build=${1:-build}
 seconds=${2:-10}
 client="$build/bench/agent_load_client"
 work=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null || true; [[ -n "${SSH_AGENT_PID:-}" ]] && kill "$SSH_AGENT_PID"; rm -rf "$work"' EXIT
+trap 'kill $(jobs -p) 2>/dev/null || true; wait 2>/dev/null || true; [[ -n "${SSH_AGENT_PID:-}" ]] && kill "$SSH_AGENT_PID"; rm -rf "$work"' EXIT
 
 export HOME="$work/home" XDG_DATA_HOME="$work/home/data"
 mkdir -p "$HOME"

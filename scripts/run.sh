@@ -8,11 +8,9 @@ cd "$(dirname "$0")/.."
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build
 
-agent=build/src/agent/quorvane-agent
-if [[ ! -x "$agent" ]]; then
-  echo
-  echo "Quorvane is built, but the agent program (quorvane-agent) is not there yet:"
-  echo "this version has the wire protocol and policy libraries only."
-  exit 0
-fi
-exec "$agent" --foreground
+echo
+echo "In another terminal: run the SSH_AUTH_SOCK line below, then make a key with"
+echo "  build/src/cli/quorvane keys generate laptop"
+echo "and answer signature requests with build/src/cli/quorvane watch."
+echo
+exec build/src/agent/quorvane-agent --foreground

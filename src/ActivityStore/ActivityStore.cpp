@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <limits>
 
@@ -203,26 +204,51 @@ ActivityStore::ActivityStore(std::shared_ptr<ChainAnchor> anchor)
     : anchor_(std::move(anchor)), queue_(std::string(kQueueLabel)) {}
 
 ActivityStore::~ActivityStore() {
+  if (anchorRecorder_.joinable()) {
+    anchorRecorder_.request_stop();
+    anchorRecorder_.join();
+  }
   queue_.sync([this] { database_.reset(); });
 }
 
 std::unique_ptr<ActivityStore> ActivityStore::open(const std::filesystem::path& path,
                                                    std::shared_ptr<ChainAnchor> anchor,
-                                                   std::optional<SecureBytes> chainKey) {
+                                                   std::optional<SecureBytes> chainKey,
+                                                   bool anchorInBackground) {
   std::unique_ptr<ActivityStore> store(new ActivityStore(std::move(anchor)));
   store->queue_.sync([&] { store->database_ = std::make_unique<Database>(path, chainKey); });
+  if (anchorInBackground && store->anchor_)
+    store->anchorRecorder_ =
+        std::jthread([raw = store.get()](std::stop_token stop) { raw->recordInBackground(stop); });
   return store;
 }
 
-void ActivityStore::append(const ActivityEntry& entry) {
-  std::string json = encodeActivityEntryText(entry);
-  double date = storedSeconds(entry.date);
+void ActivityStore::recordInBackground(std::stop_token stop) {
+  std::unique_lock lock(batchMutex_);
+  for (;;) {
+    anchorWorkArrived_.wait(lock, stop, [&] { return anchorWork_.head.has_value(); });
+    if (!anchorWork_.head) return;  // stopped with nothing left to record
+    // Let a burst of appends settle, so that one keychain write records them all.
+    anchorWorkArrived_.wait_for(lock, stop, kAnchorCoalescing, [] { return false; });
+    AnchorWork work = std::exchange(anchorWork_, {});
+    lock.unlock();
+    try {
+      queue_.sync([&] { recordInAnchor(*work.head, work.start); });
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "activity log: the chain anchor was not updated: %s\n", error.what());
+    }
+    lock.lock();
+  }
+}
+
+void ActivityStore::commitBatch(const std::vector<PendingAppend*>& batch) {
   queue_.sync([&] {
     Database& db = *database_;
     db.begin();
     Database::Inserted inserted;
-    // An anchor that cannot be read does not cost the entry: the row links to the newest row, is
-    // committed, and then the anchor's failure is reported.
+    std::optional<ChainEnd> start;
+    // An anchor that cannot be read does not cost the entries: the rows link to the newest row,
+    // are committed, and then the anchor's failure is reported.
     std::exception_ptr anchorFailure;
     try {
       std::optional<ChainEnd> head;
@@ -235,15 +261,55 @@ void ActivityStore::append(const ActivityEntry& entry) {
           anchorFailure = std::current_exception();
         }
       }
-      inserted = db.insert(json, date, head, startMissing);
+      for (PendingAppend* pending : batch) {
+        inserted = db.insert(pending->json, pending->date, head, startMissing);
+        if (inserted.start) start = inserted.start;
+        startMissing = false;
+      }
       db.commit();
     } catch (...) {
       db.rollbackQuietly();
       throw;
     }
+    if (anchorRecorder_.joinable()) {
+      std::lock_guard lock(batchMutex_);
+      anchorWork_.head = inserted.head;
+      if (start) anchorWork_.start = start;
+      anchorWorkArrived_.notify_all();
+      return;
+    }
     if (anchorFailure) std::rethrow_exception(anchorFailure);
-    recordInAnchor(inserted.head, inserted.start);
+    recordInAnchor(inserted.head, start);
   });
+}
+
+void ActivityStore::append(const ActivityEntry& entry) {
+  PendingAppend mine;
+  mine.json = encodeActivityEntryText(entry);
+  mine.date = storedSeconds(entry.date);
+  std::unique_lock lock(batchMutex_);
+  batch_.push_back(&mine);
+  batchChanged_.wait(lock, [&] { return mine.done || !batchLeader_; });
+  if (!mine.done) {
+    // Lead the next transaction: take every entry waiting now, this one included.
+    batchLeader_ = true;
+    std::vector<PendingAppend*> batch = std::exchange(batch_, {});
+    lock.unlock();
+    std::exception_ptr error;
+    try {
+      commitBatch(batch);
+    } catch (...) {
+      error = std::current_exception();
+    }
+    lock.lock();
+    for (PendingAppend* pending : batch) {
+      pending->done = true;
+      pending->error = error;
+    }
+    batchLeader_ = false;
+    batchChanged_.notify_all();
+  }
+  if (mine.error) std::rethrow_exception(mine.error);
 }
 
 std::vector<ActivityEntry> ActivityStore::entries(const ActivityQuery& query) {

@@ -1,6 +1,11 @@
 #pragma once
 
 #include <array>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stop_token>
+#include <thread>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -46,19 +51,29 @@ class ActivityStore final : public ActivityLog {
   static constexpr int kBusyTimeoutMilliseconds = 5000;
   // How many rows forEachEntry fetches at a time.
   static constexpr int kPageSize = 1000;
+  // With the anchor recorded in the background, how long the recorder lets appends gather
+  // before one write records them all; the anchor's head lags the log by about this much.
+  static constexpr std::chrono::milliseconds kAnchorCoalescing{200};
 
   // Opens or creates the log at `path` (a new file is made readable by its owner only). The chain
   // key, when given, keys the hashes of new rows and of verification; usually it is the anchor's.
   // Throws ActivityStoreError::sqlite when the file cannot be opened or is not a log.
+  //
+  // With `anchorInBackground`, `append` returns once its row is committed and a background
+  // thread records the new head in the anchor (a slow keychain write stays off the caller's
+  // path); anchor failures are then printed to standard error instead of thrown. The head still
+  // only moves forward after a commit, and the destructor waits for the last record.
   static std::unique_ptr<ActivityStore> open(const std::filesystem::path& path,
                                              std::shared_ptr<ChainAnchor> anchor = nullptr,
-                                             std::optional<SecureBytes> chainKey = std::nullopt);
+                                             std::optional<SecureBytes> chainKey = std::nullopt,
+                                             bool anchorInBackground = false);
   ~ActivityStore() override;
   ActivityStore(const ActivityStore&) = delete;
   ActivityStore& operator=(const ActivityStore&) = delete;
 
   // Adds an entry at the end of the chain and returns once it is committed; then records the new
-  // head (and the start of a log that had none) in the anchor.
+  // head (and the start of a log that had none) in the anchor. Appends that arrive while another
+  // commits are committed together in the next transaction (one sync for all of them).
   void append(const ActivityEntry& entry) override;
 
   // Entries matching the query, newest first. The text is looked for in the stored JSON text
@@ -101,11 +116,34 @@ class ActivityStore final : public ActivityLog {
  private:
   struct Database;
 
+  // One entry waiting to be committed by whichever append leads the next transaction.
+  struct PendingAppend {
+    std::string json;
+    double date = 0;
+    bool done = false;
+    std::exception_ptr error;
+  };
+  // What the background recorder has still to write to the anchor.
+  struct AnchorWork {
+    std::optional<ChainEnd> head;
+    std::optional<ChainEnd> start;
+  };
+
   explicit ActivityStore(std::shared_ptr<ChainAnchor> anchor);
   // On the queue, after a commit.
   void recordInAnchor(const ChainEnd& head, const std::optional<ChainEnd>& start);
+  // Commits `batch` in one transaction (on the queue) and records the anchor.
+  void commitBatch(const std::vector<PendingAppend*>& batch);
+  void recordInBackground(std::stop_token stop);
 
   std::shared_ptr<ChainAnchor> anchor_;
+  std::mutex batchMutex_;
+  std::condition_variable batchChanged_;
+  std::vector<PendingAppend*> batch_;  // guarded by batchMutex_
+  bool batchLeader_ = false;           // guarded by batchMutex_: a transaction is being committed
+  AnchorWork anchorWork_;              // guarded by batchMutex_
+  std::condition_variable_any anchorWorkArrived_;
+  std::jthread anchorRecorder_;  // runs only with anchorInBackground
   std::unique_ptr<Database> database_;  // touched only on queue_
   SerialQueue queue_;
 };

@@ -25,11 +25,12 @@ std::shared_ptr<KeyStore> SupportState::openKeyStore() const {
                                     folder / "keys.json", sealing);
 }
 
-std::shared_ptr<ActivityStore> SupportState::openActivityLog() const {
+std::shared_ptr<ActivityStore> SupportState::openActivityLog(bool anchorInBackground) const {
   auto anchor = std::make_shared<KeychainChainAnchor>(*keychain);
   auto chainKey = anchor->chainKey();
   std::filesystem::create_directories(folder);
-  return ActivityStore::open(folder / "activity.sqlite", anchor, std::move(chainKey));
+  return ActivityStore::open(folder / "activity.sqlite", anchor, std::move(chainKey),
+                             anchorInBackground);
 }
 
 RulesFile RulesFile::read(const SupportState& support) {

@@ -26,8 +26,9 @@ struct SupportState {
   static SupportState open();
 
   std::shared_ptr<KeyStore> openKeyStore() const;
-  // The activity log "activity.sqlite" with its keychain-backed anchor and chain key.
-  std::shared_ptr<ActivityStore> openActivityLog() const;
+  // The activity log "activity.sqlite" with its keychain-backed anchor and chain key. The agent
+  // records the anchor in the background (see ActivityStore::open).
+  std::shared_ptr<ActivityStore> openActivityLog(bool anchorInBackground = false) const;
 };
 
 // The rules file "rules.json" (sealed, purpose "rules") as the application sees it.

@@ -34,7 +34,7 @@ struct RunningAgent {
   SupportState support = SupportState::open();
   std::shared_ptr<SystemClock> clock = std::make_shared<SystemClock>();
   std::shared_ptr<KeyStore> keys = support.openKeyStore();
-  std::shared_ptr<ActivityStore> log = support.openActivityLog();
+  std::shared_ptr<ActivityStore> log = support.openActivityLog(true);
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   AnnouncementBoard announcements;
   std::unique_ptr<Agent> agent;
