@@ -38,13 +38,14 @@ TEST_F(ActivityStoreTest, AppendsEntriesThatReadBackAndRecordsTheEnds) {
   EXPECT_EQ(info.st_mode & 0777, 0600u);
 }
 
-// Eight threads append at once through one store; another four through a second connection to
-// the same file with its own anchor object on the same keychain, as a second process would.
+// Eight threads append at once through one store (committed in groups, its anchor recorded in the
+// background, as the agent does); another four through a second connection to the same file with
+// its own anchor object on the same keychain, as a second process would.
 TEST_F(ActivityStoreTest, ConcurrentAppendsKeepOneUnbrokenChain) {
   InMemoryKeychain keychain;
   auto anchorOne = std::make_shared<KeychainChainAnchor>(keychain);
   auto anchorTwo = std::make_shared<KeychainChainAnchor>(keychain);
-  auto one = ActivityStore::open(path(), anchorOne, anchorOne->chainKey());
+  auto one = ActivityStore::open(path(), anchorOne, anchorOne->chainKey(), true);
   auto two = ActivityStore::open(path(), anchorTwo, anchorTwo->chainKey());
   constexpr int kPerThread = 25;
   std::vector<std::thread> threads;
@@ -58,7 +59,9 @@ TEST_F(ActivityStoreTest, ConcurrentAppendsKeepOneUnbrokenChain) {
   EXPECT_EQ(shellQuery("SELECT count(*), min(id), max(id) FROM activity"), "300|1|300\n");
   EXPECT_EQ(one->verify(), std::nullopt);
   EXPECT_EQ(two->verify(), std::nullopt);
+  one.reset();  // waits for the background recorder
   EXPECT_EQ(anchorOne->head()->id, 300);
+  EXPECT_EQ(two->verify(), std::nullopt);
 }
 
 TEST_F(ActivityStoreTest, KeychainAnchorKeepsTheEndsAcrossRestarts) {
