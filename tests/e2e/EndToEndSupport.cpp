@@ -21,6 +21,10 @@ using namespace std::chrono_literals;
 
 BackgroundProcess::BackgroundProcess(const std::vector<std::string>& arguments,
                                      const std::filesystem::path& output) {
+  // Prepared before fork: the child of a threaded process must not allocate before exec.
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
   pid_ = ::fork();
   if (pid_ == 0) {
     int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
@@ -29,9 +33,6 @@ BackgroundProcess::BackgroundProcess(const std::vector<std::string>& arguments,
     ::dup2(out, STDOUT_FILENO);
     ::dup2(out, STDERR_FILENO);
     ::setpgid(0, 0);
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
     ::execvp(argv[0], argv.data());
     ::_exit(127);
   }

@@ -53,8 +53,15 @@ void writeFile(const std::filesystem::path& path, std::string_view contents) {
 
 CommandResult runCommand(const std::vector<std::string>& arguments,
                          const std::filesystem::path& standardInput) {
+  // Everything the child needs is prepared before fork: a child of a threaded process may only
+  // make async-signal-safe calls until exec (another thread may have held the allocator's lock).
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
   int pipeFds[2];
-  if (pipe(pipeFds) != 0) throw std::runtime_error("pipe failed");
+  // Close-on-exec, so that a program started meanwhile by another thread does not hold the
+  // pipe open and keep this read from ending.
+  if (pipe2(pipeFds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
   pid_t child = fork();
   if (child < 0) throw std::runtime_error("fork failed");
   if (child == 0) {
@@ -64,10 +71,6 @@ CommandResult runCommand(const std::vector<std::string>& arguments,
     dup2(pipeFds[1], STDOUT_FILENO);
     close(pipeFds[0]);
     close(pipeFds[1]);
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-      argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
     execvp(argv[0], argv.data());
     _exit(127);
   }
