@@ -35,9 +35,13 @@ namespace quorvane {
 //
 // Several processes may write one log (the agent and the application): each append takes the
 // write lock first (BEGIN IMMEDIATE) and links to the newest row it finds inside that transaction.
-// Commits are durable (WAL with synchronous=FULL): an entry that `append` returned from survives a
-// power loss. The anchor keeps the ends of the chain outside the database; the head is recorded
-// after each commit and only ever moves forward, so it never names a row that was not committed.
+// The anchor keeps the ends of the chain outside the database; the head is recorded after a commit
+// has reached the disk and only ever moves forward, so after a crash or a power loss it never names
+// a row that is not there. By default every commit is synced before `append` returns (WAL with
+// synchronous=FULL). With the anchor recorded in the background, commits are not synced one by
+// one: the recorder syncs the log's files before it records a head, so an entry is durable within
+// about kAnchorCoalescing of its append, and a power loss can take only entries the anchor never
+// named.
 //
 // All database work runs on one private serial queue; every method may be called from any thread
 // and waits for its turn. Failures are thrown as ActivityStoreError.
@@ -59,10 +63,10 @@ class ActivityStore final : public ActivityLog {
   // key, when given, keys the hashes of new rows and of verification; usually it is the anchor's.
   // Throws ActivityStoreError::sqlite when the file cannot be opened or is not a log.
   //
-  // With `anchorInBackground`, `append` returns once its row is committed and a background
-  // thread records the new head in the anchor (a slow keychain write stays off the caller's
-  // path); anchor failures are then printed to standard error instead of thrown. The head still
-  // only moves forward after a commit, and the destructor waits for the last record.
+  // With `anchorInBackground`, `append` returns once its row is committed (not yet synced) and a
+  // background thread syncs the log and records the new head in the anchor, so that neither the
+  // disk nor a slow keychain write is on the caller's path; anchor failures are then printed to
+  // standard error instead of thrown. The destructor waits for the last record.
   static std::unique_ptr<ActivityStore> open(const std::filesystem::path& path,
                                              std::shared_ptr<ChainAnchor> anchor = nullptr,
                                              std::optional<SecureBytes> chainKey = std::nullopt,
@@ -135,6 +139,8 @@ class ActivityStore final : public ActivityLog {
   // Commits `batch` in one transaction (on the queue) and records the anchor.
   void commitBatch(const std::vector<PendingAppend*>& batch);
   void recordInBackground(std::stop_token stop);
+  // Syncs the database and its WAL when commits are not synced one by one.
+  void makeCommitsDurable() const;
 
   std::shared_ptr<ChainAnchor> anchor_;
   std::mutex batchMutex_;
@@ -143,6 +149,7 @@ class ActivityStore final : public ActivityLog {
   bool batchLeader_ = false;           // guarded by batchMutex_: a transaction is being committed
   AnchorWork anchorWork_;              // guarded by batchMutex_
   std::condition_variable_any anchorWorkArrived_;
+  std::filesystem::path databasePath_;  // set only when commits are synced before recording
   std::jthread anchorRecorder_;  // runs only with anchorInBackground
   std::unique_ptr<Database> database_;  // touched only on queue_
   SerialQueue queue_;
