@@ -6,84 +6,125 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <thread>
 
 #include "agent/DaemonError.h"
 
 namespace quorvane {
 
 ConnectionServer::ConnectionServer(UnixListener& listener, Handler handler, Options options)
-    : listener_(listener), options_(options), shared_(std::make_shared<Shared>()) {
-  shared_->handler = std::move(handler);
-}
+    : listener_(listener), handler_(std::move(handler)), options_(options) {}
 
 size_t ConnectionServer::activeConnections() const {
-  std::lock_guard lock(shared_->mutex);
-  return shared_->open.size();
+  std::lock_guard lock(mutex_);
+  return open_.size();
 }
 
-void ConnectionServer::serve(const std::shared_ptr<Shared>& shared, int fd,
-                             std::stop_token stop) {
+size_t ConnectionServer::poolSize() const {
+  std::lock_guard lock(mutex_);
+  return pool_.size();
+}
+
+void ConnectionServer::checkSocketFile() {
+  lastSocketCheck_ = std::chrono::steady_clock::now();
+  if (listener_.stillInPlace()) return;
   try {
-    shared->handler(fd, stop);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "quorvane-agent: connection ended: %s\n", error.what());
+    listener_.recreate();
+    std::fprintf(stderr, "quorvane-agent: socket %s was missing; made it again\n",
+                 listener_.path().c_str());
+  } catch (const DaemonError& error) {
+    std::fprintf(stderr, "quorvane-agent: %s\n", error.what());
   }
-  std::lock_guard lock(shared->mutex);
-  shared->open.erase(fd);
-  ::close(fd);
-  shared->changed.notify_all();
+}
+
+int ConnectionServer::acceptNext(std::stop_token stop) {
+  while (!stop.stop_requested()) {
+    auto sinceCheck = std::chrono::steady_clock::now() - lastSocketCheck_;
+    if (sinceCheck >= options_.socketCheckInterval) {
+      checkSocketFile();
+      sinceCheck = {};
+    }
+    auto untilCheck =
+        std::chrono::duration_cast<std::chrono::milliseconds>(options_.socketCheckInterval -
+                                                              sinceCheck);
+    pollfd entries[2] = {{listener_.fd(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
+    int timeout = static_cast<int>(std::max<int64_t>(untilCheck.count(), 0) + 1);
+    if (::poll(entries, 2, timeout) <= 0 || (entries[0].revents & POLLIN) == 0) continue;
+    int fd = ::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0) return fd;
+  }
+  return -1;
+}
+
+void ConnectionServer::work(std::stop_token stop) {
+  for (;;) {
+    {
+      std::unique_lock lock(mutex_);
+      ++idle_;
+      bool mayLead = leadershipFree_.wait(
+          lock, stop, [&] { return !leading_ && open_.size() < options_.maxConnections; });
+      --idle_;
+      if (!mayLead) return;
+      leading_ = true;
+    }
+    int fd = acceptNext(stop);
+    {
+      std::lock_guard lock(mutex_);
+      leading_ = false;
+      if (fd < 0) {
+        leadershipFree_.notify_one();
+        return;
+      }
+      open_.insert(fd);
+      if (stop.stop_requested())
+        ::shutdown(fd, SHUT_RD);  // the stop came between accept and here
+      else if (idle_ == 0 && pool_.size() < options_.maxConnections)
+        pool_.emplace_back([this, stop] { work(stop); });
+      else if (idle_ > 0)
+        leadershipFree_.notify_one();  // an idle thread leads next
+    }
+    try {
+      handler_(fd, stop);
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "quorvane-agent: connection ended: %s\n", error.what());
+    }
+    std::lock_guard lock(mutex_);
+    // Only at the bound did the end of this connection free the leadership for someone.
+    if (open_.size() == options_.maxConnections) leadershipFree_.notify_one();
+    open_.erase(fd);
+    ::close(fd);
+  }
 }
 
 void ConnectionServer::run(std::stop_token stop) {
-  FileDescriptor wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!wake) throw DaemonError::fromErrno("eventfd");
-  std::stop_callback wakeOnStop(stop, [&] {
+  wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!wake_) throw DaemonError::fromErrno("eventfd");
+  lastSocketCheck_ = std::chrono::steady_clock::now();
+  std::stop_callback onStop(stop, [&] {
     uint64_t one = 1;
-    [[maybe_unused]] auto ignored = ::write(wake.get(), &one, sizeof one);
-    shared_->changed.notify_all();
+    [[maybe_unused]] auto ignored = ::write(wake_.get(), &one, sizeof one);
+    std::lock_guard lock(mutex_);
+    for (int fd : open_) ::shutdown(fd, SHUT_RD);
   });
 
-  auto lastCheck = std::chrono::steady_clock::now();
-  while (!stop.stop_requested()) {
-    if (std::chrono::steady_clock::now() - lastCheck >= options_.socketCheckInterval) {
-      lastCheck = std::chrono::steady_clock::now();
-      if (!listener_.stillInPlace()) {
-        try {
-          listener_.recreate();
-          std::fprintf(stderr, "quorvane-agent: socket %s was missing; made it again\n",
-                       listener_.path().c_str());
-        } catch (const DaemonError& error) {
-          std::fprintf(stderr, "quorvane-agent: %s\n", error.what());
-        }
-      }
-    }
-    const auto nextCheck = lastCheck + options_.socketCheckInterval;
-
-    {
-      std::unique_lock lock(shared_->mutex);
-      if (!shared_->changed.wait_until(lock, stop, nextCheck, [&] {
-            return shared_->open.size() < options_.maxConnections;
-          }))
-        continue;
-    }
-
-    auto untilCheck = std::chrono::duration_cast<std::chrono::milliseconds>(
-        nextCheck - std::chrono::steady_clock::now());
-    pollfd entries[2] = {{listener_.fd(), POLLIN, 0}, {wake.get(), POLLIN, 0}};
-    int timeout = static_cast<int>(std::max<int64_t>(untilCheck.count(), 0) + 1);
-    if (::poll(entries, 2, timeout) <= 0 || (entries[0].revents & POLLIN) == 0) continue;
-
-    int fd = ::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) continue;
-    std::lock_guard lock(shared_->mutex);
-    shared_->open.insert(fd);
-    std::thread([shared = shared_, fd, stop] { serve(shared, fd, stop); }).detach();
+  {
+    std::lock_guard lock(mutex_);
+    pool_.emplace_back([this, stop] { work(stop); });
   }
-
-  std::unique_lock lock(shared_->mutex);
-  for (int fd : shared_->open) ::shutdown(fd, SHUT_RD);
-  shared_->changed.wait(lock, [&] { return shared_->open.empty(); });
+  // The leader checks the socket file as it waits for clients. At the connection bound nobody
+  // leads, so this thread checks it then.
+  std::condition_variable_any stopped;
+  std::unique_lock lock(mutex_);
+  while (!stopped.wait_for(lock, stop, options_.socketCheckInterval, [] { return false; })) {
+    if (stop.stop_requested()) break;
+    if (!leading_) checkSocketFile();
+  }
+  lock.unlock();
+  // No thread joins the pool after the stop, so the pool can be taken and joined.
+  std::vector<std::thread> threads;
+  lock.lock();
+  threads = std::move(pool_);
+  lock.unlock();
+  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace quorvane

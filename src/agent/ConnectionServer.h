@@ -4,18 +4,27 @@
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <stop_token>
+#include <thread>
+#include <vector>
 
+#include "Platform/FileDescriptor.h"
 #include "agent/UnixListener.h"
 
 namespace quorvane {
 
-// Accepts connections on a listener and serves each on its own thread, at most `maxConnections`
-// at once: past the bound, new clients wait in the listen backlog. Every `socketCheckInterval`
-// the socket file is checked and made again when someone deleted or replaced it.
+// Accepts connections on a listener and serves them on a pool of threads, at most
+// `maxConnections` at once: past the bound, new clients wait in the listen backlog. Every
+// `socketCheckInterval` the socket file is checked and made again when someone deleted or
+// replaced it.
+//
+// The pool works as leader and followers: one thread (the leader) waits for the next client,
+// hands leadership to an idle thread and serves the client itself. A request is served by the
+// thread that accepted it, with no hand-over between threads and no thread started per client;
+// the pool grows only when every thread is busy (a request waiting for approval keeps its thread),
+// up to the connection bound.
 class ConnectionServer {
  public:
   // Serves one connection until it ends; `shutdown` stops when the server stops. The server
@@ -35,21 +44,29 @@ class ConnectionServer {
   void run(std::stop_token stop);
 
   size_t activeConnections() const;
+  // Threads in the pool (for tests: it stays well below one per client served).
+  size_t poolSize() const;
 
  private:
-  // What connection threads share with the server. Threads hold it by shared pointer, so it
-  // outlives the server for as long as the last thread still unlocks its mutex.
-  struct Shared {
-    Handler handler;
-    std::mutex mutex;
-    std::condition_variable_any changed;
-    std::set<int> open;  // guarded by mutex: descriptors of connections being served
-  };
-  static void serve(const std::shared_ptr<Shared>& shared, int fd, std::stop_token stop);
+  // One pool thread: leads when it may, serves what it accepted, and so on until the stop.
+  void work(std::stop_token stop);
+  // As leader: waits for a client and accepts it; -1 once the server stops.
+  int acceptNext(std::stop_token stop);
+  void checkSocketFile();
 
   UnixListener& listener_;
+  Handler handler_;
   Options options_;
-  std::shared_ptr<Shared> shared_;
+  FileDescriptor wake_;  // readable once the server stops, so the leader's poll returns
+  // Touched by the leader, or under mutex_ while nobody leads.
+  std::chrono::steady_clock::time_point lastSocketCheck_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable_any leadershipFree_;
+  std::set<int> open_;  // guarded by mutex_: descriptors of connections being served
+  bool leading_ = false;   // guarded by mutex_: a thread waits for the next client
+  size_t idle_ = 0;        // guarded by mutex_: threads waiting to lead
+  std::vector<std::thread> pool_;  // guarded by mutex_
 };
 
 }  // namespace quorvane

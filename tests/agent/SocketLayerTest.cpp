@@ -135,5 +135,25 @@ TEST_F(SocketLayer, ServerBoundsConnectionsRecreatesItsSocketAndStopsCleanly) {
   EXPECT_EQ(server.activeConnections(), 0u);
 }
 
+// Clients one after another are served by the threads already there, not by a thread each.
+TEST_F(SocketLayer, ServerReusesItsThreads) {
+  UnixListener listener = UnixListener::open(socketPath);
+  ConnectionServer server(
+      listener,
+      [&](int fd, std::stop_token) {
+        while (auto frame = readFrame(fd)) writeAll(fd, Framing::frame(*frame));
+      },
+      {.maxConnections = 32});
+  std::stop_source stop;
+  std::jthread runner([&] { server.run(stop.get_token()); });
+  for (int i = 0; i < 50; ++i) {
+    FileDescriptor client = connectUnix(socketPath);
+    ASSERT_TRUE(writeAll(client.get(), Framing::frame(bytesOf("ping"))));
+    ASSERT_EQ(readFrame(client.get()), bytesOf("ping"));
+  }
+  EXPECT_LE(server.poolSize(), 4u);
+  stop.request_stop();
+}
+
 }  // namespace
 }  // namespace quorvane
