@@ -57,6 +57,7 @@ void KeyStore::reload() {
   std::vector<KeyRecord> loaded = loadFromFile();
   std::lock_guard lock(mutex_);
   records_ = std::move(loaded);
+  signingKeys_.clear();
 }
 
 void KeyStore::save(const std::vector<KeyRecord>& records) {
@@ -139,24 +140,38 @@ KeyRecord KeyStore::generate(KeyAlgorithm algorithm, std::string name, Date now,
 }
 
 Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) const {
-  std::optional<SecureBytes> secret = secrets_->read(record.id);
-  if (!secret) throw KeyStoreError::keyMissing(record.id);
-
-  if (record.protection != ProtectionClass::imported) {
-    if (record.algorithm != KeyAlgorithm::ecdsaP256)
-      throw KeyStoreError::unsupported(std::string(rawValue(record.algorithm)) +
-                                       " in the Secure Enclave");
-    if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
-    return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data));
+  if (record.protection == ProtectionClass::imported) {
+    const ImportedKey key = signingKey(record);
+    if (record.algorithm == KeyAlgorithm::rsa && !signatureAlgorithm(SSHKeyType::rsa, flags))
+      throw KeyStoreError::rsaSHA1Refused();
+    return key.sign(data, flags);
   }
 
+  std::optional<SecureBytes> secret = secrets_->read(record.id);
+  if (!secret) throw KeyStoreError::keyMissing(record.id);
+  if (record.algorithm != KeyAlgorithm::ecdsaP256)
+    throw KeyStoreError::unsupported(std::string(rawValue(record.algorithm)) +
+                                     " in the Secure Enclave");
+  if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
+  return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data));
+}
+
+ImportedKey KeyStore::signingKey(const KeyRecord& record) const {
+  {
+    std::lock_guard lock(mutex_);
+    auto cached = signingKeys_.find(record.id);
+    if (cached != signingKeys_.end() && cached->second.publicKey().blob == record.publicKeyBlob)
+      return cached->second;
+  }
+  std::optional<SecureBytes> secret = secrets_->read(record.id);
+  if (!secret) throw KeyStoreError::keyMissing(record.id);
   std::optional<ImportedKey> key = ImportedKey::fromSecret(record.algorithm, secret->view());
   // A secret of another key would make signatures that the record's public key does not verify.
   if (!key || key->publicKey().blob != record.publicKeyBlob)
     throw KeyStoreError::invalidSecret(record.id);
-  if (record.algorithm == KeyAlgorithm::rsa && !signatureAlgorithm(SSHKeyType::rsa, flags))
-    throw KeyStoreError::rsaSHA1Refused();
-  return key->sign(data, flags);
+  std::lock_guard lock(mutex_);
+  signingKeys_.insert_or_assign(record.id, *key);
+  return *key;
 }
 
 void KeyStore::remove(const UUID& id) {
@@ -164,6 +179,10 @@ void KeyStore::remove(const UUID& id) {
   std::vector<KeyRecord> updated = records();
   auto found = findRecord(updated, id);
   if (found == updated.end()) throw KeyStoreError::unknownKey(id);
+  {
+    std::lock_guard lock(mutex_);
+    signingKeys_.erase(id);
+  }
   secrets_->remove(id);
   updated.erase(found);
   save(updated);

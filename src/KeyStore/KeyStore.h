@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -68,7 +69,10 @@ class KeyStore {
   // one. RSA takes `rsaBits` from kGeneratedRSABits, else unsupported.
   KeyRecord generate(KeyAlgorithm algorithm, std::string name, Date now, int rsaBits = 3072);
 
-  // An SSH signature blob over `data` by the record's key. No secret: keyMissing(id). Software
+  // An SSH signature blob over `data` by the record's key. A software key is read from its secret
+  // on first use and kept in memory until `reload` or `remove`, so that a signature costs no file
+  // read; a secret changed outside the store is seen after the next reload. No secret:
+  // keyMissing(id). Software
   // keys: invalidSecret(id) when the secret does not make the record's key; RSA without a SHA-2
   // flag: rsaSHA1Refused. Hardware keys: only P-256 (else unsupported("<type> in the Secure
   // Enclave")), and secureEnclaveUnavailable without a back end.
@@ -92,6 +96,8 @@ class KeyStore {
   // deletes the secret again if saving fails. REQUIRES: changeMutex_ is held.
   KeyRecord appendWithSecret(KeyRecord record);
   void save(const std::vector<KeyRecord>& records);
+  // The software key behind `record`, from memory or from its secret.
+  ImportedKey signingKey(const KeyRecord& record) const;
   std::vector<KeyRecord> loadFromFile();
 
   const std::shared_ptr<SecretStore> secrets_;
@@ -105,6 +111,7 @@ class KeyStore {
   std::mutex changeMutex_;
   mutable std::mutex mutex_;
   std::vector<KeyRecord> records_;  // guarded by mutex_; replaced only under changeMutex_
+  mutable std::map<UUID, ImportedKey> signingKeys_;  // guarded by mutex_: keys used since reload
 };
 
 }  // namespace quorvane

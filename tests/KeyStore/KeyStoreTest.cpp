@@ -137,6 +137,25 @@ TEST_F(KeyStoreTest, ASecretThatIsGoneOrWrongIsNamed) {
       verify(store_->sign(other, kData, {}), kData, SSHPublicKey::parse(other.publicKeyBlob)));
 }
 
+// A key is read from its secret once; what changes outside the store is seen after a reload, and a
+// removed key stops signing at once.
+TEST_F(KeyStoreTest, KeepsKeysInUseUntilReloadOrRemoval) {
+  const KeyRecord record = store_->generate(KeyAlgorithm::ed25519, "k", kNow);
+  ASSERT_NO_THROW(store_->sign(record, kData, {}));
+  secrets_->store(record.id, Bytes(32, 0x42));
+  EXPECT_TRUE(verify(store_->sign(record, kData, {}), kData,
+                     SSHPublicKey::parse(record.publicKeyBlob)));
+  store_->reload();
+  EXPECT_EQ(keyStoreError([&] { store_->sign(record, kData, {}); }),
+            KeyStoreError::invalidSecret(record.id));
+
+  const KeyRecord other = store_->generate(KeyAlgorithm::ecdsaP256, "other", kNow);
+  ASSERT_NO_THROW(store_->sign(other, kData, {}));
+  store_->remove(other.id);
+  EXPECT_EQ(keyStoreError([&] { store_->sign(other, kData, {}); }),
+            KeyStoreError::keyMissing(other.id));
+}
+
 TEST_F(KeyStoreTest, GeneratesEveryAlgorithmAndOnlyLargeRSA) {
   for (auto [algorithm, bits] :
        {std::pair{KeyAlgorithm::ed25519, 0}, std::pair{KeyAlgorithm::ecdsaP256, 0},
