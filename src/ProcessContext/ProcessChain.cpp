@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string_view>
 
 #include "Crypto/SecureBytes.h"
@@ -47,13 +48,12 @@ int peerPidfd(int socket) {
   return descriptor;
 }
 
-// Describes the process behind `directory`, whose record is `stat`; `withSigning` false leaves the
-// code-signing facts absent.
+// Describes the process behind `directory`, whose record is `stat` and whose running executable
+// is `running`; `withSigning` false leaves the code-signing facts absent.
 ProcessInfoEntry describe(const ProcessDirectory& directory, const ProcessStat& stat,
-                          bool withSigning) {
+                          const std::optional<struct stat>& running, bool withSigning) {
   ProcessInfoEntry entry;
   entry.pid = directory.pid();
-  std::optional<struct stat> running = directory.statTarget("exe");
   std::optional<std::string> executable = directory.readLink("exe");
   // An executable deleted since the process started is reported as "PATH (deleted)"; show the
   // path it was started from.
@@ -89,16 +89,29 @@ ProcessInfoEntry describe(const ProcessDirectory& directory, const ProcessStat& 
   return entry;
 }
 
+// Describes the ancestor behind `directory`, from the cache when it holds this instance.
+ProcessInfoEntry describeAncestor(const ProcessDirectory& directory, const ProcessStat& stat,
+                                  AncestorCache* cache) {
+  std::optional<struct stat> running = directory.statTarget("exe");
+  if (!cache || !running) return describe(directory, stat, running, true);
+  const AncestorCache::Key key{directory.pid(), stat.startTime, running->st_dev, running->st_ino};
+  const auto now = std::chrono::steady_clock::now();
+  if (std::optional<ProcessInfoEntry> known = cache->find(key, now)) return *known;
+  ProcessInfoEntry entry = describe(directory, stat, running, true);
+  cache->store(key, entry, now);
+  return entry;
+}
+
 // Appends the ancestors starting at `parentPID`, whose child started at `childStartTime`.
 void appendAncestors(std::vector<ProcessInfoEntry>& chain, pid_t parentPID,
-                     uint64_t childStartTime) {
+                     uint64_t childStartTime, AncestorCache* cache = nullptr) {
   while (parentPID >= 2 && chain.size() < kMaximumChainLength) {
     std::optional<ProcessDirectory> directory = ProcessDirectory::open(parentPID);
     if (!directory) return;
     std::optional<ProcessStat> stat = directory->stat();
     // A parent cannot be younger than its child: the parent exited and its pid was reused.
     if (!stat || stat->startTime > childStartTime) return;
-    chain.push_back(describe(*directory, *stat, true));
+    chain.push_back(describeAncestor(*directory, *stat, cache));
     parentPID = stat->parentPID;
     childStartTime = stat->startTime;
   }
@@ -106,7 +119,8 @@ void appendAncestors(std::vector<ProcessInfoEntry>& chain, pid_t parentPID,
 
 }  // namespace
 
-PeerOrigin capture(int socket, uid_t expectedUID) {
+PeerOrigin capture(int socket, uid_t expectedUID, uint64_t* peerStartTime,
+                   AncestorCache* ancestors) {
   struct ucred credentials {};
   socklen_t length = sizeof credentials;
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
@@ -128,10 +142,15 @@ PeerOrigin capture(int socket, uid_t expectedUID) {
   origin.peerPID = credentials.pid;
   origin.peerPIDVersion = pidVersion(stat->startTime);
   origin.peerUID = credentials.uid;
-  origin.chain.push_back(describe(*directory, *stat, true));
-  appendAncestors(origin.chain, stat->parentPID, stat->startTime);
+  origin.chain.push_back(describe(*directory, *stat, directory->statTarget("exe"), true));
+  appendAncestors(origin.chain, stat->parentPID, stat->startTime, ancestors);
 
-  if (processStartTime(credentials.pid) != stat->startTime) throw ProcessContextError::peerGone();
+  // Without a pidfd, the pid may have been given to another process during the walk. With one,
+  // the directory was the live peer's when it was opened, and reads through it fail once the peer
+  // is gone.
+  if (pidfd.get() < 0 && processStartTime(credentials.pid) != stat->startTime)
+    throw ProcessContextError::peerGone();
+  if (peerStartTime) *peerStartTime = stat->startTime;
   return origin;
 }
 
@@ -142,7 +161,7 @@ std::vector<ProcessInfoEntry> chain(pid_t pid) {
   if (!directory) return entries;
   std::optional<ProcessStat> stat = directory->stat();
   if (!stat) return entries;
-  entries.push_back(describe(*directory, *stat, true));
+  entries.push_back(describe(*directory, *stat, directory->statTarget("exe"), true));
   appendAncestors(entries, stat->parentPID, stat->startTime);
   return entries;
 }
@@ -158,7 +177,7 @@ ProcessInfoEntry entry(pid_t pid, std::optional<uint64_t> startTime) {
     return unknown;
   }
   bool sameInstance = !startTime || *startTime == stat->startTime;
-  return describe(*directory, *stat, sameInstance);
+  return describe(*directory, *stat, directory->statTarget("exe"), sameInstance);
 }
 
 }  // namespace quorvane

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "ProcessContext/AncestorCache.h"
 #include "ProcessContext/PeerOrigin.h"
 #include "ProcessContext/ProcessInfoEntry.h"
 
@@ -23,8 +24,11 @@ inline constexpr size_t kArgumentAreaLimit = 8 * 1024 * 1024;
 // are described (see `chain`). ProcessContextError::peerGone when the credentials cannot be read,
 // the pid is below 1, or the peer's process record cannot be read or changes while it is read
 // (the peer exited, or its pid was given to another process). Blocking system calls only; no
-// state; safe on any thread.
-PeerOrigin capture(int socket, uid_t expectedUID);
+// state but `ancestors`; safe on any thread. `peerStartTime`, when given, receives the peer's
+// start time (field 22 of its stat record), which with the pid names the process instance. With
+// `ancestors`, ancestors described recently are taken from there (see AncestorCache).
+PeerOrigin capture(int socket, uid_t expectedUID, uint64_t* peerStartTime = nullptr,
+                   AncestorCache* ancestors = nullptr);
 
 // The entries of process `pid` and its ancestors, nearest first: at most kMaximumChainLength, never
 // pid 0 or 1 (the kernel and init), ending early where a record cannot be read or where a parent

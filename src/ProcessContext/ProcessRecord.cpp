@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <limits>
@@ -150,10 +151,19 @@ ProcessDirectory::ProcessDirectory(ProcessDirectory&& other) noexcept
 }
 
 std::optional<ProcessStat> ProcessDirectory::stat() const {
-  auto text = readFile("stat", kStatLimit);
-  if (!text) return std::nullopt;
+  // The kernel makes the whole record for the first read when the buffer holds it, so one read
+  // is enough and a second one to see the end is saved; a record that fills the buffer is not one.
+  int descriptor = openat(descriptor_, "stat", O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return std::nullopt;
+  std::array<char, kStatLimit> buffer;
+  ssize_t count;
+  do {
+    count = read(descriptor, buffer.data(), buffer.size());
+  } while (count < 0 && errno == EINTR);
+  close(descriptor);
+  if (count <= 0 || static_cast<size_t>(count) >= buffer.size()) return std::nullopt;
   try {
-    return parseProcessStat(*text);
+    return parseProcessStat(std::string(buffer.data(), static_cast<size_t>(count)));
   } catch (const ProcessContextError&) {
     return std::nullopt;
   }

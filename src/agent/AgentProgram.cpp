@@ -17,7 +17,6 @@
 #include "Platform/Paths.h"
 #include "ProcessContext/ProcessChain.h"
 #include "ProcessContext/ProcessContextError.h"
-#include "ProcessContext/ProcessRecord.h"
 #include "agent/ConnectionServer.h"
 #include "agent/ControlService.h"
 #include "agent/DaemonError.h"
@@ -37,6 +36,7 @@ struct RunningAgent {
   std::shared_ptr<ActivityStore> log = support.openActivityLog(true);
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   AnnouncementBoard announcements;
+  AncestorCache ancestors;
   std::unique_ptr<Agent> agent;
 
   RunningAgent() {
@@ -70,12 +70,13 @@ struct RunningAgent {
 
   void serveAgentConnection(int fd, std::stop_token shutdown) {
     PeerOrigin peer;
+    uint64_t startTime = 0;
     try {
-      peer = capture(fd, ::getuid());
+      peer = capture(fd, ::getuid(), &startTime, &ancestors);
     } catch (const ProcessContextError&) {
       return;  // another user's process, or one that is already gone: closed without an answer
     }
-    const ProcessInstance instance{peer.peerPID, processStartTime(peer.peerPID).value_or(0)};
+    const ProcessInstance instance{peer.peerPID, startTime};
     AgentConnection connection(*agent, announcements, *clock, buildRequestOrigin(peer),
                                claimedHostOf(peer), instance);
     HangupWatch watch(fd, shutdown);

@@ -102,6 +102,33 @@ TEST(Capture, WalksTwentyNestedShellsUpToSixteenEntries) {
   std::optional<uint64_t> startTime = processStartTime(origin.peerPID);
   ASSERT_TRUE(startTime);
   EXPECT_EQ(origin.peerPIDVersion, pidVersion(*startTime));
+
+  // Through a cache the second walk takes the ancestors from memory; it must describe the same
+  // chain.
+  AncestorCache cache;
+  uint64_t peerStartTime = 0;
+  EXPECT_EQ(capture(connection.get(), getuid(), &peerStartTime, &cache), origin);
+  EXPECT_EQ(peerStartTime, *startTime);
+  EXPECT_EQ(capture(connection.get(), getuid(), nullptr, &cache), origin);
+}
+
+TEST(AncestorCache, ReusesOnlyTheSameRunningProgramWhileFresh) {
+  AncestorCache cache;
+  const auto now = std::chrono::steady_clock::now();
+  const AncestorCache::Key key{4242, 1000, 8, 77};
+  ProcessInfoEntry entry;
+  entry.pid = 4242;
+  entry.path = "/usr/bin/make";
+  cache.store(key, entry, now);
+
+  EXPECT_EQ(cache.find(key, now + AncestorCache::kFreshness - std::chrono::milliseconds(1)), entry);
+  const AncestorCache::Key others[] = {{4242, 1001, 8, 77},   // the pid given to a new process
+                                       {4242, 1000, 8, 78},   // the process ran another program
+                                       {4242, 1000, 9, 77},
+                                       {4243, 1000, 8, 77}};
+  for (const auto& other : others) EXPECT_EQ(cache.find(other, now), std::nullopt);
+  EXPECT_EQ(cache.find(key, now + AncestorCache::kFreshness), std::nullopt);
+  EXPECT_EQ(cache.find(key, now), std::nullopt) << "an expired description is dropped";
 }
 
 struct SigningCase {
