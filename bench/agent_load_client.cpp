@@ -14,6 +14,7 @@
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,6 +25,7 @@
 #include "SSHWire/Framing.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "SSHWire/SignatureVerification.h"
+#include "SSHWire/WireError.h"
 #include "SSHWire/WireReader.h"
 #include "SSHWire/WireWriter.h"
 
@@ -59,15 +61,16 @@ bool readExactly(int fd, uint8_t* out, size_t count) {
   return true;
 }
 
-// One signature on a fresh connection; true when the answer is a valid signature.
-bool signOnce(const Options& options, const SSHPublicKey& key, uint64_t counter) {
+// One signature request on a fresh connection; the answer's body, or nothing when the connection
+// failed.
+std::optional<Bytes> requestSignature(const Options& options, const SSHPublicKey& key,
+                                      const Bytes& data) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, options.socket.c_str(), sizeof address.sun_path - 1);
   FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
   if (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-    return false;
-  const Bytes data = signedData(counter);
+    return std::nullopt;
   WireWriter request;
   request.writeByte(static_cast<uint8_t>(AgentMessageType::signRequest));
   request.writeString(key.blob);
@@ -75,14 +78,25 @@ bool signOnce(const Options& options, const SSHPublicKey& key, uint64_t counter)
   request.writeUInt32(0);
   const Bytes framed = Framing::frame(std::move(request).take());
   if (::write(socket.get(), framed.data(), framed.size()) != static_cast<ssize_t>(framed.size()))
-    return false;
+    return std::nullopt;
   uint8_t prefix[4];
-  if (!readExactly(socket.get(), prefix, 4)) return false;
+  if (!readExactly(socket.get(), prefix, 4)) return std::nullopt;
   Bytes body(Framing::readLength(ByteView(prefix, 4)));
-  if (!readExactly(socket.get(), body.data(), body.size())) return false;
-  WireReader reader(body);
-  if (reader.readByte() != static_cast<uint8_t>(AgentMessageType::signResponse)) return false;
-  return verify(reader.readStringView(), data, key);
+  if (!readExactly(socket.get(), body.data(), body.size())) return std::nullopt;
+  return body;
+}
+
+// Whether an answer is a valid signature of `data` by `key`.
+bool isValidSignature(const std::optional<Bytes>& answer, const Bytes& data,
+                      const SSHPublicKey& key) {
+  if (!answer) return false;
+  try {
+    WireReader reader(*answer);
+    if (reader.readByte() != static_cast<uint8_t>(AgentMessageType::signResponse)) return false;
+    return verify(reader.readStringView(), data, key);
+  } catch (const WireError&) {
+    return false;
+  }
 }
 
 int run(const Options& options) {
@@ -105,12 +119,15 @@ int run(const Options& options) {
     threads.emplace_back([&] {
       std::vector<double> own;
       while (std::chrono::steady_clock::now() < end) {
+        // The latency is the agent's: from connecting to the whole answer. The client checks
+        // the signature afterwards, outside the measured time.
+        const Bytes data = signedData(counter++);
         const auto start = std::chrono::steady_clock::now();
-        bool ok = signOnce(options, key, counter++);
+        std::optional<Bytes> answer = requestSignature(options, key, data);
         own.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() -
                                                                  start)
                           .count());
-        if (!ok) ++failures;
+        if (!isValidSignature(answer, data, key)) ++failures;
       }
       std::lock_guard lock(mutex);
       latencies.insert(latencies.end(), own.begin(), own.end());
