@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <limits>
@@ -37,16 +36,15 @@ constexpr const char* kSyncEachCommit = "PRAGMA synchronous=FULL;";
 // row that a power loss could take.
 constexpr const char* kSyncBeforeAnchor = "PRAGMA synchronous=NORMAL;";
 
-// Flushes a file that SQLite wrote; a file that is not there (no WAL yet) has nothing to flush.
-void flushToDisk(const std::filesystem::path& path) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    if (errno == ENOENT) return;
-    throw ActivityStoreError::sqlite(SQLITE_IOERR, "open " + path.string());
-  }
-  int result = ::fdatasync(fd);
-  ::close(fd);
-  if (result != 0) throw ActivityStoreError::sqlite(SQLITE_IOERR_FSYNC, "sync " + path.string());
+// Syncs one of the connection's files (the database, or its WAL when open) through SQLite's own
+// file object: a descriptor opened and closed here would drop the connection's POSIX locks.
+void syncFile(sqlite3* db, int opcode) {
+  sqlite3_file* file = nullptr;
+  if (sqlite3_file_control(db, "main", opcode, &file) != SQLITE_OK || file == nullptr ||
+      file->pMethods == nullptr)
+    return;
+  int code = file->pMethods->xSync(file, SQLITE_SYNC_NORMAL);
+  if (code != SQLITE_OK) throw ActivityStoreError::sqlite(code, "the log could not be synced");
 }
 
 constexpr std::string_view kNewestRow = "SELECT id, hash FROM activity ORDER BY id DESC LIMIT 1";
@@ -219,12 +217,10 @@ void ActivityStore::recordInAnchor(const ChainEnd& head, const std::optional<Cha
   if (start) anchor_->setStart(start);
 }
 
-void ActivityStore::makeCommitsDurable() const {
-  if (databasePath_.empty()) return;  // every commit was synced already
-  std::filesystem::path wal = databasePath_;
-  wal += "-wal";
-  flushToDisk(wal);
-  flushToDisk(databasePath_);
+void ActivityStore::makeCommitsDurable() {
+  if (!syncBeforeAnchor_) return;  // every commit was synced already
+  syncFile(database_->connection.get(), SQLITE_FCNTL_JOURNAL_POINTER);
+  syncFile(database_->connection.get(), SQLITE_FCNTL_FILE_POINTER);
 }
 
 ActivityStore::ActivityStore(std::shared_ptr<ChainAnchor> anchor)
@@ -248,7 +244,7 @@ std::unique_ptr<ActivityStore> ActivityStore::open(const std::filesystem::path& 
     store->database_ = std::make_unique<Database>(path, chainKey, background);
   });
   if (background) {
-    store->databasePath_ = path;
+    store->syncBeforeAnchor_ = true;
     store->anchorRecorder_ =
         std::jthread([raw = store.get()](std::stop_token stop) { raw->recordInBackground(stop); });
   }
@@ -265,8 +261,10 @@ void ActivityStore::recordInBackground(std::stop_token stop) {
     AnchorWork work = std::exchange(anchorWork_, {});
     lock.unlock();
     try {
-      makeCommitsDurable();
-      queue_.sync([&] { recordInAnchor(*work.head, work.start); });
+      queue_.sync([&] {
+        makeCommitsDurable();
+        recordInAnchor(*work.head, work.start);
+      });
     } catch (const std::exception& error) {
       std::fprintf(stderr, "activity log: the chain anchor was not updated: %s\n", error.what());
     }

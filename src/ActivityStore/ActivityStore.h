@@ -139,8 +139,8 @@ class ActivityStore final : public ActivityLog {
   // Commits `batch` in one transaction (on the queue) and records the anchor.
   void commitBatch(const std::vector<PendingAppend*>& batch);
   void recordInBackground(std::stop_token stop);
-  // Syncs the database and its WAL when commits are not synced one by one.
-  void makeCommitsDurable() const;
+  // On the queue: syncs the database and its WAL when commits are not synced one by one.
+  void makeCommitsDurable();
 
   std::shared_ptr<ChainAnchor> anchor_;
   std::mutex batchMutex_;
@@ -149,7 +149,7 @@ class ActivityStore final : public ActivityLog {
   bool batchLeader_ = false;           // guarded by batchMutex_: a transaction is being committed
   AnchorWork anchorWork_;              // guarded by batchMutex_
   std::condition_variable_any anchorWorkArrived_;
-  std::filesystem::path databasePath_;  // set only when commits are synced before recording
+  bool syncBeforeAnchor_ = false;  // commits are not synced one by one
   std::jthread anchorRecorder_;  // runs only with anchorInBackground
   std::unique_ptr<Database> database_;  // touched only on queue_
   SerialQueue queue_;

@@ -38,6 +38,28 @@ TEST_F(ActivityStoreTest, AppendsEntriesThatReadBackAndRecordsTheEnds) {
   EXPECT_EQ(info.st_mode & 0777, 0600u);
 }
 
+// With the anchor recorded in the background, the log is synced before each record. Other
+// processes that open and close the log meanwhile (the command line) must keep seeing every row:
+// the sync must not disturb the connection's locks, or a closing reader takes the WAL with it.
+TEST_F(ActivityStoreTest, BackgroundSyncKeepsRowsVisibleToOtherProcesses) {
+  InMemoryKeychain keychain;
+  auto anchor = std::make_shared<KeychainChainAnchor>(keychain);
+  auto store = ActivityStore::open(path(), anchor, anchor->chainKey(), true);
+  auto recorded = [&](int64_t id) {
+    for (int wait = 0; wait < 100; ++wait) {
+      if (anchor->head() && anchor->head()->id == id) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+  };
+  for (int round = 1; round <= 3; ++round) {
+    store->append(loginEntry(round));
+    ASSERT_TRUE(recorded(round));
+    EXPECT_EQ(shellQuery("SELECT count(*) FROM activity"), std::to_string(round) + "\n");
+  }
+  EXPECT_EQ(store->verify(), std::nullopt);
+}
+
 // Eight threads append at once through one store (committed in groups, its anchor recorded in the
 // background, as the agent does); another four through a second connection to the same file with
 // its own anchor object on the same keychain, as a second process would.
