@@ -1,11 +1,11 @@
 #include "ProcessContext/AncestorCache.h"
 
-#include <iterator>
+#include <utility>
 
 namespace quorvane {
 
-std::optional<ProcessInfoEntry> AncestorCache::find(const Key& key,
-                                                    std::chrono::steady_clock::time_point now) {
+std::optional<AncestorCache::Described> AncestorCache::find(
+    const Key& key, std::chrono::steady_clock::time_point now) {
   std::lock_guard lock(mutex_);
   auto found = entries_.find(key);
   if (found == entries_.end()) return std::nullopt;
@@ -13,17 +13,18 @@ std::optional<ProcessInfoEntry> AncestorCache::find(const Key& key,
     entries_.erase(found);
     return std::nullopt;
   }
-  return found->second.entry;
+  return found->second.described;
 }
 
-void AncestorCache::store(const Key& key, ProcessInfoEntry entry,
+void AncestorCache::store(const Key& key, Described described,
                           std::chrono::steady_clock::time_point now) {
   std::lock_guard lock(mutex_);
   if (entries_.size() >= kCapacity) {
-    std::erase_if(entries_, [&](const auto& item) { return now - item.second.madeAt >= kFreshness; });
+    std::erase_if(entries_,
+                  [&](const auto& item) { return now - item.second.madeAt >= kFreshness; });
     if (entries_.size() >= kCapacity) entries_.clear();
   }
-  entries_.insert_or_assign(key, Stored{std::move(entry), now});
+  entries_.insert_or_assign(key, Stored{std::move(described), now});
 }
 
 }  // namespace quorvane

@@ -8,19 +8,19 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <utility>
+#include <vector>
 
 #include "ProcessContext/ProcessInfoEntry.h"
 
 namespace quorvane {
 
-// Descriptions of ancestor processes made recently, so that a client that connects many times a
-// second (a build signing many commits, a load test) does not have its unchanged ancestry read,
-// redacted and checked again each time. A description is reused only for the same process
-// instance (pid and start time) still running the same executable file (device and inode), and
-// only for kFreshness: a shell that changed its folder, or a process that started itself again
-// with other arguments, is seen within that time. The peer itself is never taken from here.
-// Safe on any thread.
+// Processes described recently, each with the ancestry above it, so that a client that connects
+// many times a second (a build signing many commits, an editor, a load test) does not have its
+// unchanged ancestry read, redacted and checked again each time. A description is reused only for
+// the same process instance (pid and start time) still running the same executable file (device
+// and inode), and only for kFreshness: a shell that changed its folder, a process that started
+// itself again with other arguments, or an ancestor that exited is seen within that time. The peer
+// itself is always described afresh. Safe on any thread.
 class AncestorCache {
  public:
   static constexpr std::chrono::seconds kFreshness{5};
@@ -34,12 +34,19 @@ class AncestorCache {
     friend auto operator<=>(const Key&, const Key&) = default;
   };
 
-  std::optional<ProcessInfoEntry> find(const Key& key, std::chrono::steady_clock::time_point now);
-  void store(const Key& key, ProcessInfoEntry entry, std::chrono::steady_clock::time_point now);
+  struct Described {
+    ProcessInfoEntry entry;
+    // Its parent first, then the parent's parent and so on.
+    std::vector<ProcessInfoEntry> ancestors;
+    friend bool operator==(const Described&, const Described&) = default;
+  };
+
+  std::optional<Described> find(const Key& key, std::chrono::steady_clock::time_point now);
+  void store(const Key& key, Described described, std::chrono::steady_clock::time_point now);
 
  private:
   struct Stored {
-    ProcessInfoEntry entry;
+    Described described;
     std::chrono::steady_clock::time_point madeAt;
   };
 

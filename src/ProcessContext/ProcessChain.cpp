@@ -89,32 +89,83 @@ ProcessInfoEntry describe(const ProcessDirectory& directory, const ProcessStat& 
   return entry;
 }
 
-// Describes the ancestor behind `directory`, from the cache when it holds this instance.
-ProcessInfoEntry describeAncestor(const ProcessDirectory& directory, const ProcessStat& stat,
-                                  AncestorCache* cache) {
-  std::optional<struct stat> running = directory.statTarget("exe");
-  if (!cache || !running) return describe(directory, stat, running, true);
-  const AncestorCache::Key key{directory.pid(), stat.startTime, running->st_dev, running->st_ino};
-  const auto now = std::chrono::steady_clock::now();
-  if (std::optional<ProcessInfoEntry> known = cache->find(key, now)) return *known;
-  ProcessInfoEntry entry = describe(directory, stat, running, true);
-  cache->store(key, entry, now);
-  return entry;
+// Names the process behind `directory` in an AncestorCache; nothing when its executable cannot
+// be seen.
+std::optional<AncestorCache::Key> cacheKey(const ProcessDirectory& directory,
+                                           const ProcessStat& stat,
+                                           const std::optional<struct stat>& running) {
+  if (!running) return std::nullopt;
+  return AncestorCache::Key{directory.pid(), stat.startTime, running->st_dev, running->st_ino};
 }
 
-// Appends the ancestors starting at `parentPID`, whose child started at `childStartTime`.
+// The processes of a walk that may be remembered: chain[first + i] is named by keys[i].
+struct Walked {
+  size_t first = 0;
+  std::vector<std::optional<AncestorCache::Key>> keys;
+  // False when the chain's length limit cut the walk: the ancestries seen are then incomplete.
+  bool complete = true;
+};
+
+// Stores every process of the walk with the ancestry above it.
+void remember(AncestorCache& cache, const Walked& walked,
+              const std::vector<ProcessInfoEntry>& chain, std::chrono::steady_clock::time_point now) {
+  if (!walked.complete) return;
+  for (size_t i = 0; i < walked.keys.size(); ++i) {
+    if (!walked.keys[i]) continue;
+    const size_t at = walked.first + i;
+    cache.store(*walked.keys[i],
+                {chain[at], std::vector<ProcessInfoEntry>(chain.begin() + static_cast<long>(at) + 1,
+                                                          chain.end())},
+                now);
+  }
+}
+
+// Appends `known` to the chain as far as its length limit allows; false when it had to cut.
+bool appendKnown(std::vector<ProcessInfoEntry>& chain, const std::vector<ProcessInfoEntry>& known) {
+  for (const ProcessInfoEntry& entry : known) {
+    if (chain.size() >= kMaximumChainLength) return false;
+    chain.push_back(entry);
+  }
+  return true;
+}
+
+// Appends the ancestors starting at `parentPID`, whose child started at `childStartTime`. With a
+// cache, an ancestor found there brings its ancestry along and ends the walk, and the ancestors
+// described here are added to `walked`.
 void appendAncestors(std::vector<ProcessInfoEntry>& chain, pid_t parentPID,
-                     uint64_t childStartTime, AncestorCache* cache = nullptr) {
-  while (parentPID >= 2 && chain.size() < kMaximumChainLength) {
+                     uint64_t childStartTime, AncestorCache* cache, Walked& walked,
+                     std::chrono::steady_clock::time_point now) {
+  while (parentPID >= 2) {
+    if (chain.size() >= kMaximumChainLength) {
+      walked.complete = false;
+      return;
+    }
     std::optional<ProcessDirectory> directory = ProcessDirectory::open(parentPID);
     if (!directory) return;
     std::optional<ProcessStat> stat = directory->stat();
     // A parent cannot be younger than its child: the parent exited and its pid was reused.
     if (!stat || stat->startTime > childStartTime) return;
-    chain.push_back(describeAncestor(*directory, *stat, cache));
+    std::optional<struct stat> running = directory->statTarget("exe");
+    std::optional<AncestorCache::Key> key = cacheKey(*directory, *stat, running);
+    if (cache && key) {
+      if (std::optional<AncestorCache::Described> known = cache->find(*key, now)) {
+        chain.push_back(std::move(known->entry));
+        walked.complete = appendKnown(chain, known->ancestors);
+        return;
+      }
+    }
+    chain.push_back(describe(*directory, *stat, running, true));
+    walked.keys.push_back(key);
     parentPID = stat->parentPID;
     childStartTime = stat->startTime;
   }
+}
+
+// The ancestors of a process, without a cache.
+void appendAncestors(std::vector<ProcessInfoEntry>& chain, pid_t parentPID,
+                     uint64_t childStartTime) {
+  Walked ignored;
+  appendAncestors(chain, parentPID, childStartTime, nullptr, ignored, {});
 }
 
 }  // namespace
@@ -142,8 +193,20 @@ PeerOrigin capture(int socket, uid_t expectedUID, uint64_t* peerStartTime,
   origin.peerPID = credentials.pid;
   origin.peerPIDVersion = pidVersion(stat->startTime);
   origin.peerUID = credentials.uid;
-  origin.chain.push_back(describe(*directory, *stat, directory->statTarget("exe"), true));
-  appendAncestors(origin.chain, stat->parentPID, stat->startTime, ancestors);
+  std::optional<struct stat> running = directory->statTarget("exe");
+  origin.chain.push_back(describe(*directory, *stat, running, true));
+  // The peer is described afresh every time; what is above it may be known.
+  std::optional<AncestorCache::Key> key = cacheKey(*directory, *stat, running);
+  const auto now = std::chrono::steady_clock::now();
+  std::optional<AncestorCache::Described> known;
+  if (ancestors && key) known = ancestors->find(*key, now);
+  if (known) {
+    appendKnown(origin.chain, known->ancestors);
+  } else {
+    Walked walked{.first = 0, .keys = {key}};
+    appendAncestors(origin.chain, stat->parentPID, stat->startTime, ancestors, walked, now);
+    if (ancestors) remember(*ancestors, walked, origin.chain, now);
+  }
 
   // Without a pidfd, the pid may have been given to another process during the walk. With one,
   // the directory was the live peer's when it was opened, and reads through it fail once the peer

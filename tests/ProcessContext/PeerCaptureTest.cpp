@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -112,16 +113,48 @@ TEST(Capture, WalksTwentyNestedShellsUpToSixteenEntries) {
   EXPECT_EQ(capture(connection.get(), getuid(), nullptr, &cache), origin);
 }
 
+// A peer seen again brings its remembered ancestry: this test process, one of the ancestors,
+// changes its folder in between, and only a capture without the cache sees that at once.
+TEST(Capture, TakesTheAncestryOfAPeerSeenRecentlyFromTheCache) {
+  Listener listener;
+  std::filesystem::path levels = listener.directory() / "levels";
+  for (int level = 0; level <= 2; ++level)
+    std::filesystem::create_directories(levels / std::to_string(level));
+  Child top({"sh", "-c", kNest, kNest, "2"},
+            {{"QV_LEVELS", levels.string()}, {"SSH_AUTH_SOCK", listener.path().string()}},
+            listener.directory());
+  Connection connection(listener);
+  ASSERT_GE(connection.get(), 0);
+
+  AncestorCache cache;
+  const PeerOrigin first = capture(connection.get(), getuid(), nullptr, &cache);
+  ASSERT_LT(first.chain.size(), kMaximumChainLength) << "a cut walk is not remembered";
+  const auto self = std::find_if(first.chain.begin(), first.chain.end(),
+                                 [](const ProcessInfoEntry& entry) { return entry.pid == getpid(); });
+  ASSERT_NE(self, first.chain.end());
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(levels);
+  const PeerOrigin cached = capture(connection.get(), getuid(), nullptr, &cache);
+  const PeerOrigin fresh = capture(connection.get(), getuid());
+  std::filesystem::current_path(before);
+
+  EXPECT_EQ(cached, first);
+  EXPECT_EQ(fresh.chain[static_cast<size_t>(self - first.chain.begin())].workingDirectory,
+            levels.string());
+}
+
 TEST(AncestorCache, ReusesOnlyTheSameRunningProgramWhileFresh) {
   AncestorCache cache;
   const auto now = std::chrono::steady_clock::now();
   const AncestorCache::Key key{4242, 1000, 8, 77};
-  ProcessInfoEntry entry;
-  entry.pid = 4242;
-  entry.path = "/usr/bin/make";
-  cache.store(key, entry, now);
+  AncestorCache::Described described;
+  described.entry.pid = 4242;
+  described.entry.path = "/usr/bin/make";
+  described.ancestors.resize(2);
+  cache.store(key, described, now);
 
-  EXPECT_EQ(cache.find(key, now + AncestorCache::kFreshness - std::chrono::milliseconds(1)), entry);
+  EXPECT_EQ(cache.find(key, now + AncestorCache::kFreshness - std::chrono::milliseconds(1)),
+            described);
   const AncestorCache::Key others[] = {{4242, 1001, 8, 77},   // the pid given to a new process
                                        {4242, 1000, 8, 78},   // the process ran another program
                                        {4242, 1000, 9, 77},
