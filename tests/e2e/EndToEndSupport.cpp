@@ -158,7 +158,7 @@ JSON QuorvaneHome::lastEntry() {
 }
 
 SSHServer::SSHServer(const std::filesystem::path& folder,
-                     const std::vector<std::string>& authorizedKeys)
+                     const std::vector<std::string>& authorizedKeys, const std::string& extraConfig)
     : folder_(folder) {
   std::filesystem::create_directories(folder_);
   EXPECT_EQ(runCommand({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f",
@@ -177,7 +177,7 @@ SSHServer::SSHServer(const std::filesystem::path& folder,
                 "\nAuthorizedKeysFile " + (folder_ / "authorized_keys").string() +
                 "\nStrictModes no\nPasswordAuthentication no\nKbdInteractiveAuthentication no\n"
                 "UsePAM no\nPermitRootLogin prohibit-password\nAllowAgentForwarding yes\n"
-                "PidFile " + (folder_ / "sshd.pid").string() + "\n");
+                "PidFile " + (folder_ / "sshd.pid").string() + "\n" + extraConfig);
   std::filesystem::create_directories("/run/sshd");
   process_ = std::make_unique<BackgroundProcess>(
       std::vector<std::string>{"/usr/sbin/sshd", "-D", "-e", "-f",

@@ -75,7 +75,9 @@ class QuorvaneHome {
 // user running the test.
 class SSHServer {
  public:
-  SSHServer(const std::filesystem::path& folder, const std::vector<std::string>& authorizedKeys);
+  // `extraConfig` is appended to the server's sshd_config.
+  SSHServer(const std::filesystem::path& folder, const std::vector<std::string>& authorizedKeys,
+            const std::string& extraConfig = "");
 
   int port() const { return port_; }
   // The host key's public line ("ssh-ed25519 AAAA...") and fingerprint.

@@ -230,6 +230,18 @@ TEST_F(EndToEnd, ImportedKeysSignLikeTheFileTheyCameFrom) {
                        quorvane.home() / "message")
                 .exitCode,
             0);
+
+  // A client that asks for an SHA-1 signature (ssh-rsa, no SHA-2 flag) is refused before anyone
+  // is asked: the login fails at once and the log says why.
+  SSHServer server(quorvane.home() / "sshd", {publicLine.substr(0, publicLine.find('\n'))},
+                   "PubkeyAcceptedAlgorithms +ssh-rsa\n");
+  writeFile(quorvane.home() / ".ssh" / "known_hosts", server.knownHostsLine() + "\n");
+  std::vector<std::string> login = ssh(server.port(), {"true"});
+  login.insert(login.begin() + 1, {"-o", "PubkeyAcceptedAlgorithms=ssh-rsa"});
+  EXPECT_NE(runCommand(login).exitCode, 0);
+  JSON entry = quorvane.lastEntry();
+  EXPECT_EQ(entry["note"], "SHA-1 RSA signatures (ssh-rsa) are refused");
+  EXPECT_EQ(entry["outcome"], "rejected");
 }
 
 TEST_F(EndToEnd, AClientKilledWhileWaitingIsLoggedAsDisconnected) {
