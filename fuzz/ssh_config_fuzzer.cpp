@@ -17,7 +17,7 @@ namespace {
 using namespace quorvane;
 
 // Keeps each run fast: the diff table grows with the product of the line counts.
-constexpr size_t kMaxInput = 8192;
+constexpr size_t kMaxInput = 1024;
 
 // The old (or new) text that `lines` describe, with `skipped` lines left out.
 std::string rebuild(const std::vector<LineDiff::Line>& lines, LineDiff::Line::Kind skipped) {
