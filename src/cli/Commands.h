@@ -14,6 +14,9 @@ void addApprovalCommands(CLI::App& app);
 void addLockCommands(CLI::App& app);
 void addRuleCommands(CLI::App& app);
 void addLogCommands(CLI::App& app);
+void addSetupCommands(CLI::App& app);
+// `setup git`, added to the setup group.
+void addGitSetupCommand(CLI::App& setup);
 
 // Asks a yes/no question on the terminal; false without a terminal.
 bool confirm(const std::string& question);
