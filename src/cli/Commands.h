@@ -14,6 +14,8 @@ void addApprovalCommands(CLI::App& app);
 void addLockCommands(CLI::App& app);
 void addRuleCommands(CLI::App& app);
 void addLogCommands(CLI::App& app);
+// `doctor`, and `agent install|uninstall|status` for the systemd user service.
+void addDoctorCommands(CLI::App& app);
 
 // Asks a yes/no question on the terminal; false without a terminal.
 bool confirm(const std::string& question);

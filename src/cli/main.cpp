@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   quorvane::cli::addLockCommands(app);
   quorvane::cli::addRuleCommands(app);
   quorvane::cli::addLogCommands(app);
+  quorvane::cli::addDoctorCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
