@@ -18,8 +18,9 @@ std::string agentUnitText(const std::filesystem::path& agentProgram) {
          "\n"
          "[Service]\n"
          "Type=simple\n"
-         "ExecStart=" + agentProgram.string() + "\n" +
-         "ExecStartPost=/usr/bin/systemctl --user " + std::string(kSetEnvironment) +
+         "ExecStart=" +
+         agentProgram.string() + "\n" + "ExecStartPost=/usr/bin/systemctl --user " +
+         std::string(kSetEnvironment) +
          "%h/.ssh/quorvane/agent.sock\n"
          "Restart=on-failure\n"
          "RestartSec=2\n"
@@ -34,7 +35,8 @@ bool unitSetsManagerEnvironment(std::string_view unitText) {
 
 std::filesystem::path userUnitFolder() {
   const char* config = std::getenv("XDG_CONFIG_HOME");
-  if (config != nullptr && config[0] == '/') return std::filesystem::path(config) / "systemd" / "user";
+  if (config != nullptr && config[0] == '/')
+    return std::filesystem::path(config) / "systemd" / "user";
   return homeFolder() / ".config" / "systemd" / "user";
 }
 

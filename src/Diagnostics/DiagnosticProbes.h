@@ -63,7 +63,8 @@ class DiagnosticProbes {
   virtual ManagerEnvironment managerSSHAuthSock() = 0;
   // Whether the installed agent unit sets SSH_AUTH_SOCK for the programs the manager starts.
   virtual bool agentSetsManagerEnvironment() = 0;
-  // The "identityagent" that `ssh -F CONFIG -G HOST` reports; nothing when none is set or ssh fails.
+  // The "identityagent" that `ssh -F CONFIG -G HOST` reports; nothing when none is set or ssh
+  // fails.
   virtual std::optional<std::string> identityAgentFor(const std::filesystem::path& config,
                                                       const std::string& host) = 0;
   // A variable of this process's environment; nothing when unset.

@@ -33,8 +33,7 @@ Checks agentRegistration(DiagnosticProbes& probes, const DiagnosticSettings&) {
                  "Quorvane Agent was switched off in Login Items. Turn it on to use your keys.");
     case AgentUnitState::notInstalled:
       return one(kTitle, Level::warning, "Not started. Choose Start Agent above.");
-    case AgentUnitState::noUserManager:
-      break;
+    case AgentUnitState::noUserManager: break;
   }
   return one(kTitle, Level::warning,
              "No systemd user manager here, so nothing starts the agent at login. Run "
@@ -50,8 +49,7 @@ Checks agentAnswers(DiagnosticProbes& probes, const DiagnosticSettings& settings
                  std::to_string(answer.keyCount) + " keys offered at ~/.ssh/quorvane/agent.sock");
     case AgentAnswer::Kind::unexpected:
       return one(kTitle, Level::problem, "Unexpected answer from the agent.");
-    case AgentAnswer::Kind::noConnection:
-      break;
+    case AgentAnswer::Kind::noConnection: break;
   }
   return one(kTitle, Level::problem,
              "Quorvane Agent isn't running. SSH and Git can't use your keys. Restart it with Stop "
@@ -72,9 +70,9 @@ Checks socketPath(DiagnosticProbes& probes, const DiagnosticSettings& settings) 
     return one(kTitle, Level::warning,
                "~/.ssh/quorvane/agent.sock is missing. The agent recreates it within a minute "
                "after it starts.");
-  return one(kTitle, Level::ok,
-             "~/.ssh/quorvane/agent.sock (" + std::to_string(agentLength) + " of " + limit +
-                 " bytes)");
+  return one(
+      kTitle, Level::ok,
+      "~/.ssh/quorvane/agent.sock (" + std::to_string(agentLength) + " of " + limit + " bytes)");
 }
 
 Checks defaultAgentForApps(DiagnosticProbes& probes, const DiagnosticSettings& settings) {
@@ -126,9 +124,8 @@ Checks sshConfiguration(DiagnosticProbes& probes, const DiagnosticSettings& sett
   const std::string total = std::to_string(hosts.size());
   if (others.empty()) return one(kTitle, Level::ok, "All " + total + " hosts use Quorvane.");
   return one(kTitle, Level::warning,
-             std::to_string(others.size()) + " of " + total +
-                 " hosts don't use Quorvane: " + joined(others) +
-                 ". That's fine if you excluded them on purpose.");
+             std::to_string(others.size()) + " of " + total + " hosts don't use Quorvane: " +
+                 joined(others) + ". That's fine if you excluded them on purpose.");
 }
 
 Checks keychainKeys(DiagnosticProbes& probes, const DiagnosticSettings&) {
@@ -210,9 +207,16 @@ Checks relay(DiagnosticProbes& probes, const DiagnosticSettings&) {
 }
 
 // The checks in the order they run: local ones first, the relay (the network) last.
+// A new check is one more step here, at its place in the order.
 constexpr DiagnosticStep kSteps[] = {
-    agentRegistration,   agentAnswers, socketPath,  defaultAgentForApps,
-    sshConfiguration,    keychainKeys, otherAgents, relay,
+    agentRegistration,    // "Agent registered"
+    agentAnswers,         // "Agent answers"
+    socketPath,           // "Socket path"
+    defaultAgentForApps,  // "Default agent for apps (SSH_AUTH_SOCK)"
+    sshConfiguration,     // "~/.ssh/config"
+    keychainKeys,         // "Keys in the Keychain"
+    otherAgents,          // one line per other SSH agent found
+    relay,                // "Remote approval relay"
 };
 
 }  // namespace

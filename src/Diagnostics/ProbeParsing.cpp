@@ -157,7 +157,7 @@ std::optional<size_t> identitiesAnswerCount(ByteView body) {
 std::optional<Date> parseHTTPDate(std::string_view text) {
   // "Sun, 06 Nov 1994 08:49:37 GMT": fixed positions, 29 characters.
   static constexpr std::array<std::string_view, 7> kDays = {"Mon", "Tue", "Wed", "Thu",
-                                                             "Fri", "Sat", "Sun"};
+                                                            "Fri", "Sat", "Sun"};
   static constexpr std::array<std::string_view, 12> kMonths = {
       "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   if (text.size() != 29 || text.substr(3, 2) != ", " || text[7] != ' ' || text[11] != ' ' ||

@@ -82,8 +82,7 @@ AgentAnswer SystemProbes::askAgentForIdentities(const std::filesystem::path& soc
   try {
     Bytes body(Framing::readLength(ByteView(prefix, sizeof prefix)));
     if (!transfer(connection.get(), body.data(), body.size(), false)) return unexpected;
-    if (auto count = identitiesAnswerCount(body))
-      return {AgentAnswer::Kind::identities, *count};
+    if (auto count = identitiesAnswerCount(body)) return {AgentAnswer::Kind::identities, *count};
   } catch (const WireError&) {
   }
   return unexpected;

@@ -40,9 +40,9 @@ std::vector<RuleTemplate> ruleTemplates(const std::optional<std::string>& hostKe
   noForwarded.forwardedOnly = true;
   templates.push_back({"Never allow forwarded sign-ins", std::move(noForwarded)});
 
-  templates.push_back({"Git commits: ask on my iPhone",
-                       rule("Git commits via iPhone", Decision::askRemote,
-                            PurposeMatch::signature("git"))});
+  templates.push_back(
+      {"Git commits: ask on my iPhone",
+       rule("Git commits via iPhone", Decision::askRemote, PurposeMatch::signature("git"))});
   return templates;
 }
 

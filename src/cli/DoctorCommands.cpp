@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 
 #include "Crypto/Bytes.h"
@@ -30,15 +31,18 @@ void doctor() {
               << check.detail << "\n"
               << std::flush;
   };
-  std::vector<DiagnosticCheck> checks =
-      runDiagnostics(probes, settings, options.json ? std::function<void(const DiagnosticCheck&)>{} : show);
+  std::function<void(const DiagnosticCheck&)> onCheck;
+  if (!options.json) onCheck = show;
+  std::vector<DiagnosticCheck> checks = runDiagnostics(probes, settings, onCheck);
   if (options.json) {
     JSON array = JSON::array();
     for (const DiagnosticCheck& check : checks) array.push_back(toJSON(check));
     printJSON(array);
   }
-  size_t problems = static_cast<size_t>(std::ranges::count_if(
-      checks, [](const DiagnosticCheck& check) { return check.level == DiagnosticCheck::Level::problem; }));
+  size_t problems =
+      static_cast<size_t>(std::ranges::count_if(checks, [](const DiagnosticCheck& check) {
+        return check.level == DiagnosticCheck::Level::problem;
+      }));
   if (problems > 0)
     throw CommandFailure(std::to_string(problems) + (problems == 1 ? " check is" : " checks are") +
                          " a problem");
@@ -98,7 +102,8 @@ void uninstall() {
   bool removed = std::filesystem::remove(unit);
   if (manager) systemctlUser({"daemon-reload"});
   if (!manager) {
-    std::cout << (removed ? "Removed " + unit.string() + ". " : std::string("No unit was installed. "))
+    std::cout << (removed ? "Removed " + unit.string() + ". "
+                          : std::string("No unit was installed. "))
               << "There is no systemd user manager here to stop the agent; stop quorvane-agent "
                  "yourself if it runs.\n";
     return;
@@ -114,16 +119,18 @@ void status() {
   auto firstLine = [](const ProgramResult& result) {
     return result.output.substr(0, result.output.find('\n'));
   };
-  std::string enabled = manager ? firstLine(systemctlUser({"is-enabled", std::string(kAgentUnitName)})) : "";
-  std::string active = manager ? firstLine(systemctlUser({"is-active", std::string(kAgentUnitName)})) : "";
+  std::string enabled =
+      manager ? firstLine(systemctlUser({"is-enabled", std::string(kAgentUnitName)})) : "";
+  std::string active =
+      manager ? firstLine(systemctlUser({"is-active", std::string(kAgentUnitName)})) : "";
   if (options.json)
     return printJSON({{"unit", unit.string()},
                       {"installed", installed},
                       {"userManager", manager},
                       {"enabled", enabled},
                       {"active", active}});
-  std::cout << kAgentUnitName << ": " << (installed ? "installed at " + unit.string() : "not installed")
-            << "\n";
+  std::cout << kAgentUnitName << ": "
+            << (installed ? "installed at " + unit.string() : "not installed") << "\n";
   if (!manager) {
     std::cout << kNoUserManager << "\n";
     return;
@@ -136,7 +143,8 @@ void status() {
 
 void addDoctorCommands(CLI::App& app) {
   CLI::App* doctorCommand = app.add_subcommand(
-      "doctor", "check the agent, the socket, ~/.ssh/config, the keys and the relay; changes nothing");
+      "doctor",
+      "check the agent, the socket, ~/.ssh/config, the keys and the relay; changes nothing");
   addJSONFlag(doctorCommand, options.json);
   doctorCommand->callback(doctor);
 
@@ -147,8 +155,10 @@ void addDoctorCommands(CLI::App& app) {
   installCommand->add_option("--program", options.agentProgram,
                              "the quorvane-agent to run (default: the one beside quorvane)");
   installCommand->callback(install);
-  agent->add_subcommand("uninstall", "stop the agent service and remove its unit")->callback(uninstall);
-  CLI::App* statusCommand = agent->add_subcommand("status", "whether the service is installed, enabled and running");
+  agent->add_subcommand("uninstall", "stop the agent service and remove its unit")
+      ->callback(uninstall);
+  CLI::App* statusCommand =
+      agent->add_subcommand("status", "whether the service is installed, enabled and running");
   addJSONFlag(statusCommand, options.json);
   statusCommand->callback(status);
 }

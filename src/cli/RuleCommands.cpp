@@ -123,11 +123,9 @@ Rule templateRule() {
   return rule;
 }
 
-void add() {
-  SupportState support = SupportState::open();
-  RulesFile file = readRules(support);
-  Rule rule = options.templateNumber ? templateRule() : Rule{};
-  if (options.templateNumber) return saveNewRule(support, file, std::move(rule));
+// The rule the options describe.
+Rule customRule(const SupportState& support) {
+  Rule rule;
   rule.id = UUID::random();
   rule.decision = decodeDecision(JSONReader(JSON(options.decision)));
   rule.purpose = purposeNamed(options.purpose);
@@ -142,7 +140,13 @@ void add() {
   rule.allowForwarded = options.allowForwarded;
   rule.name = options.name.empty() ? std::string(rawValue(rule.decision)) + " " + options.purpose
                                    : options.name;
-  saveNewRule(support, file, std::move(rule));
+  return rule;
+}
+
+void add() {
+  SupportState support = SupportState::open();
+  RulesFile file = readRules(support);
+  saveNewRule(support, file, options.templateNumber ? templateRule() : customRule(support));
 }
 
 void remove() {
@@ -194,8 +198,8 @@ void addRuleCommands(CLI::App& app) {
     templateOption->excludes(custom);
   addCommand->callback(add);
 
-  CLI::App* templatesCommand =
-      rules->add_subcommand("templates", "list the templates that quorvane rules add --template uses");
+  CLI::App* templatesCommand = rules->add_subcommand(
+      "templates", "list the templates that quorvane rules add --template uses");
   templatesCommand->add_option("--host-key", options.templateHostKey,
                                "a server's host key fingerprint, for the templates of one host");
   templatesCommand->add_option("--coding-agent", options.codingAgent,

@@ -70,10 +70,10 @@ TEST(Diagnostics, AHealthySystemPassesEveryCheckInTheFixedOrder) {
     titles.push_back(check.title);
     EXPECT_EQ(check.level, Level::ok) << check.title << ": " << check.detail;
   }
-  EXPECT_EQ(titles, (std::vector<std::string>{
-                        "Agent registered", "Agent answers", "Socket path",
-                        "Default agent for apps (SSH_AUTH_SOCK)", "~/.ssh/config",
-                        "Keys in the Keychain", "Remote approval relay"}));
+  EXPECT_EQ(titles,
+            (std::vector<std::string>{"Agent registered", "Agent answers", "Socket path",
+                                      "Default agent for apps (SSH_AUTH_SOCK)", "~/.ssh/config",
+                                      "Keys in the Keychain", "Remote approval relay"}));
   EXPECT_EQ(seen, titles);
   EXPECT_NE(checks[0].id, checks[1].id);
   EXPECT_FALSE(anyProblem(checks));
@@ -123,8 +123,7 @@ INSTANTIATE_TEST_SUITE_P(
               "Stop Agent and Start Agent."},
         Fault{"agentOdd", [](FakeProbes& p) { p.answer.kind = AgentAnswer::Kind::unexpected; },
               "Agent answers", Level::problem, "Unexpected answer from the agent."},
-        Fault{"socketGone", [](FakeProbes& p) { p.files.clear(); }, "Socket path",
-              Level::warning,
+        Fault{"socketGone", [](FakeProbes& p) { p.files.clear(); }, "Socket path", Level::warning,
               "~/.ssh/quorvane/agent.sock is missing. The agent recreates it within a minute "
               "after it starts."},
         Fault{"envOther", [](FakeProbes& p) { p.manager.value = "/tmp/ssh-x/agent.1"; },
@@ -143,8 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"envNoManager", [](FakeProbes& p) { p.manager = {}; },
               "Default agent for apps (SSH_AUTH_SOCK)", Level::warning,
               "No systemd user manager here; apps get SSH_AUTH_SOCK from your session."},
-        Fault{"noConfig", [](FakeProbes& p) { p.texts.clear(); }, "~/.ssh/config",
-              Level::warning,
+        Fault{"noConfig", [](FakeProbes& p) { p.texts.clear(); }, "~/.ssh/config", Level::warning,
               "No ~/.ssh/config. ssh uses SSH_AUTH_SOCK; set up Terminal and ssh in Setup to be "
               "sure."},
         Fault{"noBlock", [](FakeProbes& p) { p.texts.begin()->second = "Host a\n"; },
@@ -168,19 +166,22 @@ INSTANTIATE_TEST_SUITE_P(
                 p.variables["SSH_AUTH_SOCK"] = kSocket;
               },
               "~/.ssh/config", Level::ok, "All 1 hosts use Quorvane."},
-        Fault{"keyLost", [](FakeProbes& p) {
+        Fault{"keyLost",
+              [](FakeProbes& p) {
                 p.keyList.keys = {{"a", false}, {"b", true}, {"c", false}};
               },
               "Keys in the Keychain", Level::problem,
               "Unavailable: a, c. They can't sign; create replacements and update your "
               "services."},
-        Fault{"keyListTampered", [](FakeProbes& p) { p.keyList = {"keys.json was changed", {}}; },
+        Fault{"keyListTampered",
+              [](FakeProbes& p) {
+                p.keyList = {"keys.json was changed", {}};
+              },
               "Keys in the Keychain", Level::problem,
               "The key list can't be read: keys.json was changed"},
         Fault{"onePassword",
-              [](FakeProbes& p) { p.files.insert("/home/ada/.1password/agent.sock"); },
-              "1Password", Level::ok,
-              "1Password's SSH agent is set up. Quorvane never changes its settings."},
+              [](FakeProbes& p) { p.files.insert("/home/ada/.1password/agent.sock"); }, "1Password",
+              Level::ok, "1Password's SSH agent is set up. Quorvane never changes its settings."},
         Fault{"gnomeKeyring",
               [](FakeProbes& p) {
                 p.variables["XDG_RUNTIME_DIR"] = "/run/user/1000";
@@ -228,17 +229,17 @@ TEST(Diagnostics, SocketPathMustFitTheSocketAddress) {
     Level level;
     std::string detail;
   };
-  for (const Case& c : std::vector<Case>{
-           {103, 107, Level::ok, "~/.ssh/quorvane/agent.sock (103 of 107 bytes)"},
-           {104, 107, Level::ok, "~/.ssh/quorvane/agent.sock (104 of 107 bytes)"},
-           {105, 107, Level::ok, "~/.ssh/quorvane/agent.sock (105 of 107 bytes)"},
-           {106, 107, Level::problem,
-            "Your home folder path is too long for a socket (108 of 107 bytes)."},
-           {108, 107, Level::problem,
-            "Your home folder path is too long for a socket (108 of 107 bytes)."},
-           {101, 103, Level::ok, "~/.ssh/quorvane/agent.sock (101 of 103 bytes)"},
-           {104, 103, Level::problem,
-            "Your home folder path is too long for a socket (104 of 103 bytes)."}}) {
+  for (const Case& c :
+       std::vector<Case>{{103, 107, Level::ok, "~/.ssh/quorvane/agent.sock (103 of 107 bytes)"},
+                         {104, 107, Level::ok, "~/.ssh/quorvane/agent.sock (104 of 107 bytes)"},
+                         {105, 107, Level::ok, "~/.ssh/quorvane/agent.sock (105 of 107 bytes)"},
+                         {106, 107, Level::problem,
+                          "Your home folder path is too long for a socket (108 of 107 bytes)."},
+                         {108, 107, Level::problem,
+                          "Your home folder path is too long for a socket (108 of 107 bytes)."},
+                         {101, 103, Level::ok, "~/.ssh/quorvane/agent.sock (101 of 103 bytes)"},
+                         {104, 103, Level::problem,
+                          "Your home folder path is too long for a socket (104 of 103 bytes)."}}) {
     FakeProbes probes;
     probes.home = "/" + std::string(c.agentLength - suffix.size() - 1, 'h');
     probes.files = {(probes.home / ".ssh/quorvane/agent.sock").string()};

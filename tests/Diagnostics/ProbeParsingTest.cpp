@@ -13,15 +13,14 @@ TEST(ProbeParsing, NamedHostsAreTheHostPatternsWithoutWildcards) {
     const char* config;
     std::vector<std::string> hosts;
   };
-  for (const Case& c : std::vector<Case>{
-           {"", {}},
-           {"Host a b\n  User x\nHost b c\n", {"a", "b", "c"}},
-           {"  HOST=a\r\n\thost\tb\n", {"a", "b"}},
-           {"Host *.corp !bad ?x a*\nHost *\n", {}},
-           {"Host \"with space\" plain\n", {"with space", "plain"}},
-           {"Host \"unbalanced\nHost ok\n", {"ok"}},
-           {"Hostname a\nMatch host b\n# Host c\nHost\n", {}},
-           {"Host a,b\n", {}}}) {
+  for (const Case& c : std::vector<Case>{{"", {}},
+                                         {"Host a b\n  User x\nHost b c\n", {"a", "b", "c"}},
+                                         {"  HOST=a\r\n\thost\tb\n", {"a", "b"}},
+                                         {"Host *.corp !bad ?x a*\nHost *\n", {}},
+                                         {"Host \"with space\" plain\n", {"with space", "plain"}},
+                                         {"Host \"unbalanced\nHost ok\n", {"ok"}},
+                                         {"Hostname a\nMatch host b\n# Host c\nHost\n", {}},
+                                         {"Host a,b\n", {}}}) {
     EXPECT_EQ(namedHosts(c.config), c.hosts) << c.config;
   }
 }
@@ -30,8 +29,9 @@ TEST(ProbeParsing, ReadsIdentityAgentAndManagerEnvironmentLines) {
   EXPECT_EQ(identityAgentLine("user x\nidentityagent /a b/c.sock\nidentityagent /d\n"),
             "/a b/c.sock");
   EXPECT_EQ(identityAgentLine("identityfile ~/.ssh/id\n"), std::nullopt);
-  const char* environment = "HOME=/h\nSSH_AUTH_SOCKET=/no\nSSH_AUTH_SOCK=/run/a.sock\n"
-                            "QUOTED=$'/tmp/a b\\'\\\\c'\nEMPTY=\n";
+  const char* environment =
+      "HOME=/h\nSSH_AUTH_SOCKET=/no\nSSH_AUTH_SOCK=/run/a.sock\n"
+      "QUOTED=$'/tmp/a b\\'\\\\c'\nEMPTY=\n";
   EXPECT_EQ(environmentValue(environment, "SSH_AUTH_SOCK"), "/run/a.sock");
   EXPECT_EQ(environmentValue(environment, "QUOTED"), "/tmp/a b'\\c");
   EXPECT_EQ(environmentValue(environment, "EMPTY"), "");

@@ -22,12 +22,12 @@ TEST(RuleTemplates, TitlesDependOnTheHostAndTheCodingAgentGiven) {
                                       "Git commits: ask on my iPhone"}));
   EXPECT_EQ(titles(ruleTemplates(kHost, std::nullopt)).front(),
             "Always allow sign-in to this host");
-  EXPECT_EQ(titles(ruleTemplates(kHost, kAgent)),
-            (std::vector<std::string>{"Always allow sign-in to this host",
-                                      "Coding agent: may fetch, asks to push, never signs",
-                                      "Coding agent never signs commits",
-                                      "Never allow forwarded sign-ins",
-                                      "Git commits: ask on my iPhone"}));
+  EXPECT_EQ(
+      titles(ruleTemplates(kHost, kAgent)),
+      (std::vector<std::string>{
+          "Always allow sign-in to this host", "Coding agent: may fetch, asks to push, never signs",
+          "Coding agent never signs commits", "Never allow forwarded sign-ins",
+          "Git commits: ask on my iPhone"}));
   EXPECT_EQ(ruleTemplates(std::nullopt, kAgent).size(), 4u);
   EXPECT_EQ(ruleTemplates(kHost, kAgent)[1].rule.hostKeys, std::set<std::string>{kHost});
   EXPECT_TRUE(ruleTemplates(std::nullopt, kAgent)[0].rule.hostKeys.empty());

@@ -15,7 +15,8 @@ class SizedHome {
   explicit SizedHome(size_t socketLength = 0) {
     const size_t suffix = std::string("/.ssh/quorvane/agent.sock").size();
     const size_t base = base_.path().string().size() + 1;
-    home_ = base_.path() / std::string(socketLength > base + suffix ? socketLength - suffix - base : 4, 'h');
+    home_ = base_.path() /
+            std::string(socketLength > base + suffix ? socketLength - suffix - base : 4, 'h');
     std::filesystem::create_directories(home_ / ".ssh");
     ::setenv("HOME", home_.c_str(), 1);
     ::setenv("XDG_DATA_HOME", (home_ / "data").c_str(), 1);
@@ -88,8 +89,8 @@ TEST(Doctor, ReportsARunningAgentItsKeysAndHostsThenAStoppedOne) {
   // A key whose secret is gone, then the agent stopped.
   JSON keys = JSON::parse(home.quorvane({"keys", "list", "--json"}).output);
   FileKeychain keychain(keychainFolder());
-  std::filesystem::remove(keychain.itemPath("com.tallowmere.quorvane.keys",
-                                            keys[1]["id"].get<std::string>()));
+  std::filesystem::remove(
+      keychain.itemPath("com.tallowmere.quorvane.keys", keys[1]["id"].get<std::string>()));
   home.stopAgent();
   std::tie(code, checks) = home.doctor();
   EXPECT_NE(code, 0);
@@ -156,8 +157,9 @@ TEST(AgentService, InstallNeedsASystemdUserManager) {
   JSON status = JSON::parse(home.quorvane({"agent", "status", "--json"}).output);
   EXPECT_EQ(status["userManager"], false);
   EXPECT_EQ(status["installed"], false);
-  EXPECT_EQ(status["unit"], (home.home() / "config" / "systemd" / "user" /
-                             "com.tallowmere.quorvane.agent.service").string());
+  EXPECT_EQ(status["unit"],
+            (home.home() / "config" / "systemd" / "user" / "com.tallowmere.quorvane.agent.service")
+                .string());
 }
 
 TEST(RulesTemplates, ListAddAndShowInTheEditorsWords) {
@@ -182,11 +184,11 @@ TEST(RulesTemplates, ListAddAndShowInTheEditorsWords) {
   EXPECT_EQ(rules[0]["name"], "No forwarded sign-ins");
   EXPECT_EQ(rules[0]["forwardedOnly"], true);
   std::string text = home.quorvane({"rules", "list"}).output;
-  for (const char* line : {"  Deny: Sign in (ssh, git fetch/push)\n",
-                           "  Security conditions (verified)\n",
-                           "    Also for forwarded connections (ssh -A): yes\n",
-                           "    Only forwarded connections (ssh -A): yes\n",
-                           "  Security rule: based on facts Quorvane can verify.\n"})
+  for (const char* line :
+       {"  Deny: Sign in (ssh, git fetch/push)\n", "  Security conditions (verified)\n",
+        "    Also for forwarded connections (ssh -A): yes\n",
+        "    Only forwarded connections (ssh -A): yes\n",
+        "  Security rule: based on facts Quorvane can verify.\n"})
     EXPECT_NE(text.find(line), std::string::npos) << line << text;
 
   // A rules file changed outside Quorvane is ignored and says so.
