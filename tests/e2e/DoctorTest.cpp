@@ -162,6 +162,43 @@ TEST(AgentService, InstallNeedsASystemdUserManager) {
                 .string());
 }
 
+// With a systemd user manager (here a stand-in systemctl that records its arguments and answers
+// like systemd), install writes the unit for the given agent and enables it; doctor then sees the
+// service; uninstall disables it and removes the unit.
+TEST(AgentService, InstallWritesTheUnitAndEnablesIt) {
+  SizedHome home;
+  const std::filesystem::path bin = home.home() / "bin", log = home.home() / "systemctl.log";
+  std::filesystem::create_directories(bin);
+  writeFile(bin / "systemctl", "#!/bin/sh\necho \"$*\" >> " + log.string() +
+                                   "\ncase \"$2\" in\n"
+                                   "  show-environment) echo SSH_AUTH_SOCK=" +
+                                   home.socket().string() +
+                                   ";;\n  is-enabled) echo enabled;;\nesac\n");
+  std::filesystem::permissions(bin / "systemctl", std::filesystem::perms::owner_all);
+  const std::string path = std::getenv("PATH");
+  ::setenv("PATH", (bin.string() + ":" + path).c_str(), 1);
+
+  EXPECT_EQ(home.quorvane({"agent", "install", "--program", QUORVANE_AGENT_BINARY}).exitCode, 0);
+  const auto unit = home.home() / "config/systemd/user/com.tallowmere.quorvane.agent.service";
+  std::string text = readFile(unit);
+  EXPECT_NE(text.find("\nExecStart=" + std::string(QUORVANE_AGENT_BINARY) + "\n"),
+            std::string::npos)
+      << text;
+  auto [code, checks] = home.doctor();
+  EXPECT_EQ(checks["Agent registered"]["detail"],
+            "Starts at login as com.tallowmere.quorvane.agent.service");
+  EXPECT_EQ(checks["Default agent for apps (SSH_AUTH_SOCK)"]["level"], "ok");
+  EXPECT_EQ(home.quorvane({"agent", "uninstall"}).exitCode, 0);
+  EXPECT_FALSE(std::filesystem::exists(unit));
+  ::setenv("PATH", path.c_str(), 1);
+
+  std::string calls = readFile(log);
+  for (const char* call : {"--user daemon-reload\n",
+                           "--user enable --now com.tallowmere.quorvane.agent.service\n",
+                           "--user disable --now com.tallowmere.quorvane.agent.service\n"})
+    EXPECT_NE(calls.find(call), std::string::npos) << call << calls;
+}
+
 TEST(RulesTemplates, ListAddAndShowInTheEditorsWords) {
   SizedHome home;
   EXPECT_EQ(home.quorvane({"rules", "templates"}).output,
