@@ -1,5 +1,6 @@
 #include "Diagnostics/Diagnostics.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "Diagnostics/ProbeParsing.h"
