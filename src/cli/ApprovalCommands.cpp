@@ -78,7 +78,19 @@ void addApprovalCommands(CLI::App& app) {
   static bool pendingJSON = false;
   CLI::App* pending = app.add_subcommand("pending", "list signature requests waiting for you");
   addJSONFlag(pending, pendingJSON);
+  static bool pendingShow = false;
+  pending->add_flag("--show", pendingShow,
+                    "ask the agent to bring up its waiting requests (the show-pending shortcut)");
   pending->callback([] {
+    if (pendingShow) {
+      // A notification: without a running agent nothing is waiting, and that is no failure.
+      auto answer = postToAgent({{"message", std::string(kShowPendingMessage)}});
+      JSON requests = answer ? answer->value("pending", JSON::array()) : JSON::array();
+      if (pendingJSON) return printJSON(requests);
+      if (requests.empty()) std::cout << "Nothing is waiting.\n";
+      for (const JSON& request : requests) showRequest(request);
+      return;
+    }
     JSON answer = askAgent({{"message", "pending"}});
     if (pendingJSON) return printJSON(answer["pending"]);
     if (answer["pending"].empty()) std::cout << "Nothing is waiting.\n";
@@ -115,8 +127,9 @@ void addApprovalCommands(CLI::App& app) {
 }
 
 void addLockCommands(CLI::App& app) {
+  // Like every shortcut this only tells a running agent; with none running nothing can sign.
   app.add_subcommand("lock", "refuse every signature until you unlock")->callback([] {
-    askAgent({{"message", std::string(kLockAllMessage)}});
+    postToAgent({{"message", std::string(kLockAllMessage)}});
     std::cout << "All SSH keys are locked.\n";
   });
   app.add_subcommand("unlock", "let keys sign again")->callback([] {

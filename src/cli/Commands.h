@@ -17,6 +17,8 @@ void addLogCommands(CLI::App& app);
 void addSetupCommands(CLI::App& app);
 // `setup git`, added to the setup group.
 void addGitSetupCommand(CLI::App& setup);
+// `doctor`, and `agent install|uninstall|status` for the systemd user service.
+void addDoctorCommands(CLI::App& app);
 
 // Asks a yes/no question on the terminal; false without a terminal.
 bool confirm(const std::string& question);

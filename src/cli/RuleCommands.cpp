@@ -1,6 +1,11 @@
+#include <unistd.h>
+
 #include <iostream>
+#include <optional>
 
 #include "Platform/DecodingError.h"
+#include "RulesModel/RuleTemplates.h"
+#include "RulesModel/RuleVocabulary.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
@@ -11,8 +16,10 @@ namespace {
 struct RuleOptions {
   std::string name, decision = "askLocal", purpose = "any";
   std::vector<std::string> keys, hostKeys, apps, directories, gitHints;
-  bool allowForwarded = false, json = false;
+  bool allowForwarded = false, json = false, yes = false;
   std::string deleteID;
+  std::optional<size_t> templateNumber;
+  std::optional<std::string> templateHostKey, codingAgent;
 };
 RuleOptions options;
 
@@ -26,54 +33,98 @@ PurposeMatch purposeNamed(const std::string& text) {
   throw CommandFailure("--purpose is any, login, git, signature, signature:NAMESPACE or other");
 }
 
-std::string describe(const PurposeMatch& purpose) {
-  return toJSON(purpose).dump();
-}
-
-RulesFile readRules(const SupportState& support) {
+// The list shows the tampered text as its contents; the other commands warn about it.
+RulesFile readRules(const SupportState& support, bool listing = false) {
   RulesFile file = RulesFile::read(support);
-  if (file.state == RulesFile::State::tampered)
-    std::cerr << "The rules file was changed outside Quorvane and is ignored. Every request asks "
-                 "until you save rules here again.\n";
+  if (file.state == RulesFile::State::tampered && !options.json)
+    (listing ? std::cout : std::cerr) << kTamperedRulesText << "\n";
   if (file.state == RulesFile::State::unreadable)
     throw CommandFailure("the rules file cannot be read: " + file.problem);
   return file;
 }
 
+// A rule in the editor's words: decision and purpose, then the two groups of conditions.
+void printRule(const Rule& rule) {
+  auto values = [](const auto& set, std::string_view none) {
+    std::string text;
+    for (const auto& value : set) text += (text.empty() ? "" : ", ") + std::string(value);
+    return text.empty() ? std::string(none) : text;
+  };
+  std::vector<std::string> hints;
+  for (GitHint hint : rule.gitHints) hints.emplace_back(rawValue(hint));
+  std::cout << rule.id.uuidString() << "  “" << rule.name << "”\n"
+            << "  " << decisionLabel(rule.decision) << ": " << purposeLabel(rule.purpose) << "\n"
+            << "  " << kSecurityConditionsLabel << "\n"
+            << "    " << kKeysLabel << ": " << values(rule.keyFingerprints, "none") << "\n"
+            << "    " << kHostsLabel << ": " << values(rule.hostKeys, "none") << "\n"
+            << "    " << kAllowForwardedLabel << ": " << (rule.allowForwarded ? "yes" : "no")
+            << "\n";
+  if (rule.forwardedOnly) std::cout << "    " << kForwardedOnlyLabel << ": yes\n";
+  std::cout << "  " << kGuardrailsLabel << "\n"
+            << "    " << kAppsLabel << ": " << values(rule.appIdentifiers, "none") << "\n"
+            << "    " << kFoldersLabel << ": " << values(rule.directoryPrefixes, "none") << "\n"
+            << "    " << kGitTransfersLabel << ": " << values(hints, "none") << "\n"
+            << "  " << ruleExplanation(rule) << "\n";
+}
+
+// Asks on a terminal unless --yes; a script (no terminal) goes ahead.
+void confirmOrStop(const std::string& action) {
+  if (options.yes || !::isatty(STDIN_FILENO)) return;
+  if (!confirm("Confirm to " + action + ".")) throw CommandFailure("nothing changed");
+}
+
+std::vector<RuleTemplate> currentTemplates() {
+  return ruleTemplates(options.templateHostKey, options.codingAgent);
+}
+
+void listTemplates() {
+  std::vector<RuleTemplate> templates = currentTemplates();
+  if (options.json) {
+    JSON array = JSON::array();
+    for (size_t i = 0; i < templates.size(); ++i)
+      array.push_back({{"number", i + 1}, {"title", templates[i].title},
+                       {"rule", toJSON(templates[i].rule)}});
+    return printJSON(array);
+  }
+  for (size_t i = 0; i < templates.size(); ++i)
+    std::cout << i + 1 << ". " << templates[i].title << "\n";
+}
+
 void list() {
-  RulesFile file = readRules(SupportState::open());
+  RulesFile file = readRules(SupportState::open(), true);
   if (options.json) {
     JSON array = JSON::array();
     for (const Rule& rule : file.rules) array.push_back(toJSON(rule));
     return printJSON(array);
   }
-  if (file.rules.empty())
-    std::cout << "Without rules, Quorvane asks you every time. Add a rule from a template to stop "
-                 "asking for things you always allow.\n";
-  for (const Rule& rule : file.rules) {
-    std::cout << rule.id.uuidString() << "  “" << rule.name << "”  " << rawValue(rule.decision)
-              << "  purpose " << describe(rule.purpose) << "\n";
-    auto line = [](const char* label, const auto& values) {
-      if (values.empty()) return;
-      std::cout << "    " << label;
-      for (const auto& value : values) std::cout << " " << value;
-      std::cout << "\n";
-    };
-    line("keys", rule.keyFingerprints);
-    line("hosts", rule.hostKeys);
-    line("apps", rule.appIdentifiers);
-    line("folders", rule.directoryPrefixes);
-    std::vector<std::string> hints;
-    for (GitHint hint : rule.gitHints) hints.emplace_back(rawValue(hint));
-    line("git", hints);
-    if (rule.allowForwarded) std::cout << "    also for forwarded connections\n";
-    if (rule.forwardedOnly) std::cout << "    only forwarded connections\n";
-  }
+  if (file.rules.empty() && file.state != RulesFile::State::tampered)
+    std::cout << kNoRulesText << "\n";
+  for (const Rule& rule : file.rules) printRule(rule);
 }
 
-void add() {
-  SupportState support = SupportState::open();
-  RulesFile file = readRules(support);
+void saveNewRule(const SupportState& support, RulesFile& file, Rule rule) {
+  confirmOrStop(saveRuleConfirmation(rule.name));
+  file.rules.push_back(rule);
+  RulesFile::save(support, file.rules);
+  notifyAgentOfChange();
+  std::cout << "Saved the rule “" << rule.name << "” (" << rule.id.uuidString() << ").\n";
+}
+
+Rule templateRule() {
+  if (options.hostKeys.size() > 1) throw CommandFailure("a template takes one --host-key");
+  if (!options.hostKeys.empty()) options.templateHostKey = options.hostKeys.front();
+  std::vector<RuleTemplate> templates = currentTemplates();
+  size_t number = *options.templateNumber;
+  if (number < 1 || number > templates.size())
+    throw CommandFailure("there are " + std::to_string(templates.size()) +
+                         " templates with these options (see quorvane rules templates)");
+  Rule rule = templates[number - 1].rule;
+  if (!options.name.empty()) rule.name = options.name;
+  return rule;
+}
+
+// The rule the options describe.
+Rule customRule(const SupportState& support) {
   Rule rule;
   rule.id = UUID::random();
   rule.decision = decodeDecision(JSONReader(JSON(options.decision)));
@@ -89,10 +140,13 @@ void add() {
   rule.allowForwarded = options.allowForwarded;
   rule.name = options.name.empty() ? std::string(rawValue(rule.decision)) + " " + options.purpose
                                    : options.name;
-  file.rules.push_back(rule);
-  RulesFile::save(support, file.rules);
-  notifyAgentOfChange();
-  std::cout << "Saved the rule “" << rule.name << "” (" << rule.id.uuidString() << ").\n";
+  return rule;
+}
+
+void add() {
+  SupportState support = SupportState::open();
+  RulesFile file = readRules(support);
+  saveNewRule(support, file, options.templateNumber ? templateRule() : customRule(support));
 }
 
 void remove() {
@@ -102,6 +156,7 @@ void remove() {
       file.rules, [](const Rule& rule) { return rule.id.uuidString() == options.deleteID; });
   if (found == file.rules.end()) throw CommandFailure("no rule has the id " + options.deleteID);
   const std::string name = found->name;
+  confirmOrStop(deleteRuleConfirmation(name));
   file.rules.erase(found);
   RulesFile::save(support, file.rules);
   notifyAgentOfChange();
@@ -131,11 +186,31 @@ void addRuleCommands(CLI::App& app) {
       ->check(CLI::IsMember({"fetch", "push"}));
   addCommand->add_flag("--allow-forwarded", options.allowForwarded,
                        "also for connections forwarded with ssh -A");
+  addCommand->add_flag("--yes", options.yes, "do not ask for confirmation");
+  CLI::Option* templateOption = addCommand->add_option(
+      "--template", options.templateNumber,
+      "start from template N of quorvane rules templates (with the same --host-key and "
+      "--coding-agent)");
+  addCommand->add_option("--coding-agent", options.codingAgent,
+                         "a coding agent's identifier, for the templates");
+  for (const char* custom : {"--decision", "--purpose", "--key", "--app", "--dir", "--git",
+                             "--allow-forwarded"})
+    templateOption->excludes(custom);
   addCommand->callback(add);
+
+  CLI::App* templatesCommand = rules->add_subcommand(
+      "templates", "list the templates that quorvane rules add --template uses");
+  templatesCommand->add_option("--host-key", options.templateHostKey,
+                               "a server's host key fingerprint, for the templates of one host");
+  templatesCommand->add_option("--coding-agent", options.codingAgent,
+                               "a coding agent's identifier, for its templates");
+  addJSONFlag(templatesCommand, options.json);
+  templatesCommand->callback(listTemplates);
 
   CLI::App* deleteCommand = rules->add_subcommand("delete", "delete a rule");
   deleteCommand->add_option("ID", options.deleteID, "the rule's id (see quorvane rules list)")
       ->required();
+  deleteCommand->add_flag("--yes", options.yes, "do not ask for confirmation");
   deleteCommand->callback(remove);
 }
 

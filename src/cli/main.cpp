@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   quorvane::cli::addRuleCommands(app);
   quorvane::cli::addLogCommands(app);
   quorvane::cli::addSetupCommands(app);
+  quorvane::cli::addDoctorCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
