@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Diagnostics/RunProgram.h"
+#include "Platform/RunProgram.h"
 
 namespace quorvane {
 

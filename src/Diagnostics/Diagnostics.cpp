@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ConfigKit/SSHConfigEditor.h"
 #include "Diagnostics/ProbeParsing.h"
 
 namespace quorvane {
@@ -111,7 +112,7 @@ Checks sshConfiguration(DiagnosticProbes& probes, const DiagnosticSettings& sett
     return one(kTitle, Level::warning,
                "No ~/.ssh/config. ssh uses SSH_AUTH_SOCK; set up Terminal and ssh in Setup to be "
                "sure.");
-  if (config->find(kManagedBlockFirstLine) == std::string::npos)
+  if (!SSHConfigEditor::hasManagedBlock(*config))
     return one(kTitle, Level::warning,
                "Terminal and ssh aren't set up for Quorvane yet. Use Set Up above.");
   std::vector<std::string> hosts = namedHosts(*config);

@@ -20,9 +20,6 @@ inline constexpr std::string_view kDiagnosticsIntro =
 // terminating zero (107 bytes on Linux).
 inline constexpr size_t kSocketPathLimit = sizeof(sockaddr_un{}.sun_path) - 1;
 
-// The first line of the block that Quorvane manages in ~/.ssh/config.
-inline constexpr std::string_view kManagedBlockFirstLine = "# >>> Quorvane >>>";
-
 struct DiagnosticSettings {
   std::filesystem::path home;  // the user's home folder; the other paths are under it
   size_t socketPathLimit = kSocketPathLimit;

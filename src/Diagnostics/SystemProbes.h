@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "Diagnostics/DiagnosticProbes.h"
-#include "Diagnostics/RunProgram.h"
+#include "Platform/RunProgram.h"
 
 namespace quorvane {
 

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <chrono>
 #include <iostream>
 
 #include "ConfigKit/GitConfigBefore.h"
@@ -8,10 +9,10 @@
 #include "Platform/AtomicFile.h"
 #include "Platform/Clock.h"
 #include "Platform/Paths.h"
+#include "Platform/RunProgram.h"
 #include "Platform/WholeFile.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
-#include "cli/Program.h"
 
 namespace quorvane::cli {
 namespace {
@@ -21,6 +22,14 @@ constexpr const char* kSignHelperName = "quorvane-sign";
 // git config's exit code when --unset-all finds nothing to unset.
 constexpr int kGitNothingToUnset = 5;
 constexpr size_t kMaxAllowedSignersSize = 1 << 20;
+constexpr std::chrono::seconds kGitTimeout{60};
+
+// Runs git; a git that cannot be started or does not finish is a failure of the command.
+ProgramResult runGit(const std::vector<std::string>& arguments) {
+  ProgramResult result = runProgram(arguments, kGitTimeout, ProgramErrors::shown);
+  if (result.exitCode < 0) throw CommandFailure("git could not be run, or did not finish");
+  return result;
+}
 
 struct GitOptions {
   std::string key;
@@ -40,7 +49,7 @@ struct GitScope {
 
   ProgramResult config(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), command.begin(), command.end());
-    return runProgram(arguments);
+    return runGit(arguments);
   }
   void set(std::vector<std::string> arguments) const {
     if (config(arguments).exitCode != 0)
@@ -54,7 +63,7 @@ GitScope chosenScope() {
   std::error_code error;
   const auto folder = std::filesystem::canonical(gitOptions.repository, error);
   if (error) throw CommandFailure("no folder " + gitOptions.repository);
-  if (runProgram({"git", "-C", folder.string(), "rev-parse", "--git-dir"}).exitCode != 0)
+  if (runGit({"git", "-C", folder.string(), "rev-parse", "--git-dir"}).exitCode != 0)
     throw CommandFailure(folder.string() + " is not a Git repository");
   return {folder.string(), {"git", "-C", folder.string(), "config", "--local"}};
 }
@@ -112,7 +121,7 @@ std::string principalFor(const GitScope& scope) {
   std::vector<std::string> prefix = scope.command;
   prefix.pop_back();  // "--global" or "--local": ask for the value in effect there instead
   prefix.insert(prefix.end(), {"--get", "user.email"});
-  ProgramResult result = runProgram(prefix);
+  ProgramResult result = runGit(prefix);
   std::string email = result.output.substr(0, result.output.find('\n'));
   if (result.exitCode != 0 || email.empty())
     throw CommandFailure(

@@ -3,12 +3,19 @@
 #include <map>
 #include <set>
 
+#include "ConfigKit/SSHConfigEditor.h"
 #include "Diagnostics/Diagnostics.h"
 
 namespace quorvane {
 namespace {
 
 using Level = DiagnosticCheck::Level;
+
+// `hosts` inside the block that setup writes, followed by `after`.
+std::string managedConfig(const std::string& hosts, const std::string& after = "") {
+  return std::string(SSHConfigEditor::kBeginMarker) + "\n" + hosts +
+         std::string(SSHConfigEditor::kEndMarker) + "\n" + after;
+}
 
 // A system described by plain fields; starts out healthy with one host in the managed block.
 struct FakeProbes final : DiagnosticProbes {
@@ -17,7 +24,7 @@ struct FakeProbes final : DiagnosticProbes {
   AgentAnswer answer{AgentAnswer::Kind::identities, 2};
   std::set<std::string> files = {"/home/ada/.ssh/quorvane/agent.sock"};
   std::map<std::string, std::string> texts = {
-      {"/home/ada/.ssh/config", "# >>> Quorvane >>>\nHost github.com\n  IdentityAgent x\n"}};
+      {"/home/ada/.ssh/config", managedConfig("Host github.com\n  IdentityAgent x\n")}};
   ManagerEnvironment manager{true, "/home/ada/.ssh/quorvane/agent.sock"};
   bool unitSetsEnvironment = true;
   std::map<std::string, std::string> identityAgents = {
@@ -149,12 +156,12 @@ INSTANTIATE_TEST_SUITE_P(
               "~/.ssh/config", Level::warning,
               "Terminal and ssh aren't set up for Quorvane yet. Use Set Up above."},
         Fault{"wildcardsOnly",
-              [](FakeProbes& p) { p.texts.begin()->second = "# >>> Quorvane >>>\nHost * !x\n"; },
+              [](FakeProbes& p) { p.texts.begin()->second = managedConfig("Host * !x\n"); },
               "~/.ssh/config", Level::ok, "No named hosts."},
         Fault{"someHostsElsewhere",
               [](FakeProbes& p) {
                 p.texts.begin()->second =
-                    "# >>> Quorvane >>>\nHost github.com\nHost work *.corp\nhost=old\n";
+                    managedConfig("Host github.com\nHost work *.corp\nhost=old\n");
                 p.identityAgents["old"] = "/tmp/other.sock";
               },
               "~/.ssh/config", Level::warning,

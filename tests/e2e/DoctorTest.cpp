@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include "ConfigKit/SSHConfigEditor.h"
 #include "Platform/FileKeychain.h"
 #include "Platform/Paths.h"
 #include "e2e/EndToEndSupport.h"
@@ -72,8 +73,9 @@ TEST(Doctor, ReportsARunningAgentItsKeysAndHostsThenAStoppedOne) {
   ASSERT_EQ(home.quorvane({"keys", "generate", "laptop"}).exitCode, 0);
   ASSERT_EQ(home.quorvane({"keys", "generate", "spare"}).exitCode, 0);
   writeFile(home.home() / ".ssh" / "config",
-            "# >>> Quorvane >>>\nHost github.com work\n  IdentityAgent " + home.socket().string() +
-                "\n# <<< Quorvane <<<\nHost excluded.example\n  IdentityAgent none\nHost *\n"
+            std::string(SSHConfigEditor::kBeginMarker) + "\nHost github.com work\n  IdentityAgent " +
+                home.socket().string() + "\n" + std::string(SSHConfigEditor::kEndMarker) +
+                "\nHost excluded.example\n  IdentityAgent none\nHost *\n"
                 "  User git\n");
   auto [code, checks] = home.doctor();
   EXPECT_EQ(code, 0);

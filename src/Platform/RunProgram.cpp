@@ -1,4 +1,4 @@
-#include "Diagnostics/RunProgram.h"
+#include "Platform/RunProgram.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "Platform/FileDescriptor.h"
@@ -16,7 +17,7 @@ extern char** environ;
 namespace quorvane {
 
 ProgramResult runProgram(const std::vector<std::string>& arguments,
-                         std::chrono::milliseconds timeout) {
+                         std::chrono::milliseconds timeout, ProgramErrors errors) {
   ProgramResult result;
   if (arguments.empty()) return result;
   int pipeFDs[2];
@@ -27,7 +28,8 @@ ProgramResult runProgram(const std::vector<std::string>& arguments,
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   ::posix_spawn_file_actions_adddup2(&actions, writer.get(), STDOUT_FILENO);
-  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  if (errors == ProgramErrors::discarded)
+    ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
