@@ -14,6 +14,9 @@ void addApprovalCommands(CLI::App& app);
 void addLockCommands(CLI::App& app);
 void addRuleCommands(CLI::App& app);
 void addLogCommands(CLI::App& app);
+// `presence` (on, off) and `remote` (pause, resume).
+void addPresenceCommands(CLI::App& app);
+void addRemoteCommands(CLI::App& app);
 
 // Asks a yes/no question on the terminal; false without a terminal.
 bool confirm(const std::string& question);

@@ -16,6 +16,8 @@ int main(int argc, char** argv) {
   quorvane::cli::addLockCommands(app);
   quorvane::cli::addRuleCommands(app);
   quorvane::cli::addLogCommands(app);
+  quorvane::cli::addPresenceCommands(app);
+  quorvane::cli::addRemoteCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
