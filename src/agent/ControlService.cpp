@@ -60,7 +60,7 @@ std::optional<SecureBytes> readReplyLine(int fd, std::string& buffer,
   };
 
   if (!buffer.empty()) {
-    SecureBytes early(bytesOf(buffer));
+    SecureBytes early(ByteView(reinterpret_cast<const uint8_t*>(buffer.data()), buffer.size()));
     secureWipe(buffer.data(), buffer.size());
     buffer.clear();
     if (int state = absorb(early.data(), early.size()); state != 0) return finished(state);

@@ -48,8 +48,10 @@ std::optional<SecureBytes> answerPresencePrompt(const PresencePrompt& prompt) {
   std::fprintf(stderr, "%s", text.c_str());
   std::fflush(stderr);
   std::string line;
-  if (!std::getline(std::cin, line)) return std::nullopt;
-  SecureBytes answer(bytesOf(line));
+  const bool read = static_cast<bool>(std::getline(std::cin, line));
+  if (prompt.style == PresencePrompt::Style::secret) std::fprintf(stderr, "\n");
+  if (!read) return std::nullopt;
+  SecureBytes answer(ByteView(reinterpret_cast<const uint8_t*>(line.data()), line.size()));
   secureWipe(line.data(), line.size());
   return answer;
 }
