@@ -59,7 +59,9 @@ extern "C" int relayConversation(int count, const pam_message** messages,
       PresencePrompt prompt{*style, messages[i]->msg != nullptr ? messages[i]->msg : ""};
       std::optional<SecureBytes> answer = relay->conversation->exchange(prompt);
       if (!prompt.asks()) continue;
-      if (!answer || std::memchr(answer->data(), 0, answer->size()) != nullptr) {
+      const bool hasNUL =
+          answer && !answer->empty() && std::memchr(answer->data(), 0, answer->size()) != nullptr;
+      if (!answer || hasNUL) {
         relay->unanswered = !answer;
         dropResponses(answers, count);
         return PAM_CONV_ERR;
