@@ -11,6 +11,7 @@ packages=(
   libpcre2-dev                        # argument redaction patterns
   libsqlite3-dev sqlite3              # the activity log (the shell edits logs in tests)
   libcli11-dev                        # command-line parsing
+  libpam0g-dev                        # presence verification through PAM
   libgtest-dev libgmock-dev libbenchmark-dev
   openssh-client                      # ssh-keygen and ssh-agent as real peers in tests
   openssh-server                      # sshd on a loopback port in the end-to-end tests

@@ -5,6 +5,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 ./scripts/install-deps.sh
+# The PAM service that presence verification uses; an existing one (perhaps edited) is kept.
+if [[ ! -e /etc/pam.d/quorvane ]]; then
+  echo "Installing /etc/pam.d/quorvane (presence verification asks for your login password)"
+  sudo=()
+  if [[ $(id -u) -ne 0 ]]; then sudo=(sudo); fi
+  "${sudo[@]}" install -m 0644 dist/pam.d/quorvane /etc/pam.d/quorvane
+fi
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build
 

@@ -24,6 +24,12 @@ std::string shortTime(Date date) {
 
 std::string ruleText(const std::string& name) { return "rule “" + name + "”"; }
 
+// Keys whose protection stands for a fingerprint on this machine: every signature needs the
+// user's presence, confirmed now or within a window the user approved.
+bool needsLivePresence(ProtectionClass protection) {
+  return protection == ProtectionClass::touchIDOnly || protection == ProtectionClass::touchIDOrWatch;
+}
+
 std::string decidedByText(const PolicyOutcome::Reason& reason) {
   struct Visitor {
     std::string operator()(const PolicyOutcome::Reason::Blocked& r) {
@@ -201,6 +207,11 @@ std::optional<Bytes> Agent::sign(const SignInput& input, ClientWatch& watch) {
   // The lock check, the evaluation, the epoch snapshot and the pending check-and-raise happen in
   // one hold of the mutex, so that nothing can slip between the decision and its bookkeeping.
   PolicyOutcome outcome;
+  // What the agent acts on: the policy's decision, except that a key whose protection asks for
+  // the user's presence at every signature is never allowed without a live context and never
+  // sent to paired devices.
+  Decision acted = Decision::deny;
+  const bool livePresence = needsLivePresence(record->protection);
   uint64_t epochAtStart = 0, lockGenerationAtStart = 0;
   bool tooManyPending = false, lockedNow = false;
   std::shared_ptr<const AuthContext> context;
@@ -212,24 +223,26 @@ std::optional<Bytes> Agent::sign(const SignInput& input, ClientWatch& watch) {
     epochAtStart = epoch_;
     lockGenerationAtStart = lockGeneration_;
     formatter = reasonFormatter_;
-    if (!lockedNow &&
-        (outcome.decision == Decision::askLocal || outcome.decision == Decision::askRemote)) {
+    if (std::holds_alternative<PolicyOutcome::Reason::Grant>(outcome.reason.value)) {
+      auto found = contexts_.find(program);
+      if (found != contexts_.end() && found->second.until > now) context = found->second.context;
+    }
+    acted = outcome.decision;
+    if (livePresence && ((acted == Decision::allow && !context) || acted == Decision::askRemote))
+      acted = Decision::askLocal;
+    if (!lockedNow && (acted == Decision::askLocal || acted == Decision::askRemote)) {
       int& waiting = pending_[record->id];
       if (waiting >= kMaxPendingPerKey)
         tooManyPending = true;
       else
         ++waiting;
     }
-    if (std::holds_alternative<PolicyOutcome::Reason::Grant>(outcome.reason.value)) {
-      auto found = contexts_.find(program);
-      if (found != contexts_.end() && found->second.until > now) context = found->second.context;
-    }
   }
   if (lockedNow) return refuse("agent locked", rejected);
   entry.decision = std::string(rawValue(outcome.decision));
   const std::optional<std::string> shownHost = hostDisplay(hostName);
 
-  switch (outcome.decision) {
+  switch (acted) {
     case Decision::deny:
       entry.decidedBy = decidedByText(outcome.reason);
       entry.outcome = ActivityEntry::Outcome::denied;
@@ -250,7 +263,7 @@ std::optional<Bytes> Agent::sign(const SignInput& input, ClientWatch& watch) {
                                shownHost,
                                hostName,
                                hostFingerprint,
-                               outcome.decision,
+                               acted,
                                outcome.windowAllowed,
                                crypto::sha256(input.data),
                                now + kApprovalRequestSeconds,

@@ -26,6 +26,9 @@ inline constexpr double kApprovalRequestSeconds = 60;
 struct AuthContext {
   std::string reason;  // what the user confirmed
   Date confirmedAt;
+  // A presence verification (PAM) proved the user was there; false when the user turned
+  // verification off and the frontend's answer stood alone.
+  bool verified = false;
 };
 
 // What is handed to an approver: one signature waiting for a human's answer.

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "AgentCore/PromptReply.h"
 #include "Platform/Paths.h"
 
 namespace quorvane {
@@ -34,16 +35,36 @@ std::optional<std::string> readControlLine(int fd, std::string& buffer) {
   }
 }
 
-bool writeControlLine(int fd, const JSON& message) {
-  std::string line = message.dump(-1, ' ', false, JSON::error_handler_t::replace) + "\n";
+bool writeControlBytes(int fd, ByteView bytes) {
   size_t written = 0;
-  while (written < line.size()) {
-    ssize_t sent = ::send(fd, line.data() + written, line.size() - written, MSG_NOSIGNAL);
+  while (written < bytes.size()) {
+    ssize_t sent = ::send(fd, bytes.data() + written, bytes.size() - written, MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
     if (sent <= 0) return false;
     written += static_cast<size_t>(sent);
   }
   return true;
+}
+
+bool writeControlLine(int fd, const JSON& message) {
+  std::string line = message.dump(-1, ' ', false, JSON::error_handler_t::replace) + "\n";
+  return writeControlBytes(fd, bytesOf(line));
+}
+
+JSON promptLine(const PresencePrompt& prompt) {
+  return {{"prompt", {{"style", std::string(rawValue(prompt.style))}, {"text", prompt.text}}}};
+}
+
+std::optional<PresencePrompt> promptOf(const JSON& line) {
+  auto found = line.find("prompt");
+  if (found == line.end() || !found->is_object()) return std::nullopt;
+  auto style = found->find("style");
+  auto text = found->find("text");
+  if (style == found->end() || !style->is_string() || text == found->end() || !text->is_string())
+    return std::nullopt;
+  auto parsed = presencePromptStyle(style->get<std::string>());
+  if (!parsed) return std::nullopt;
+  return PresencePrompt{*parsed, text->get<std::string>()};
 }
 
 std::optional<ControlClient> ControlClient::connect(const std::filesystem::path& path) {
@@ -59,12 +80,22 @@ std::optional<ControlClient> ControlClient::connect(const std::filesystem::path&
   return ControlClient(std::move(socket));
 }
 
-JSON ControlClient::request(const JSON& message) {
+JSON ControlClient::request(const JSON& message) { return exchange(message, nullptr); }
+
+JSON ControlClient::exchange(const JSON& message, const PromptHandler& prompts) {
   if (!writeControlLine(socket_.get(), message))
     throw std::runtime_error("the agent closed the control connection");
-  auto answer = next();
-  if (!answer) throw std::runtime_error("the agent closed the control connection");
-  return *answer;
+  for (;;) {
+    auto line = next();
+    if (!line) throw std::runtime_error("the agent closed the control connection");
+    auto prompt = promptOf(*line);
+    if (!prompt) return *line;
+    std::optional<SecureBytes> answer = prompts ? prompts(*prompt) : std::nullopt;
+    if (!prompt->asks()) continue;
+    const bool sent = answer ? writeControlBytes(socket_.get(), encodePromptAnswer(answer->view()).view())
+                             : writeControlBytes(socket_.get(), bytesOf(kPromptCancelLine));
+    if (!sent) throw std::runtime_error("the agent closed the control connection");
+  }
 }
 
 std::optional<JSON> ControlClient::next() {

@@ -1,12 +1,15 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "Crypto/SecureBytes.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/JSONReader.h"
+#include "Platform/PresenceVerifier.h"
 
 namespace quorvane {
 
@@ -25,6 +28,16 @@ namespace quorvane {
 //   answer   {"id", "approve": bool, "windowSeconds"?, "block"?, "frontend"}
 //   watch    answers {"ok": true}, then one line per event until the client hangs up:
 //            {"event": "request", "request": {...}} or {"event": "ended", "id": ...}
+//   resumeRemote                         clear the remote-approval pause
+//   presence {"enabled": bool}           turn the presence verification on or off
+//
+// Approving ("answer" with "approve": true), "unlock", "resumeRemote" and "presence" take effect
+// only after the agent has verified the user's presence (PAM). While it verifies, the agent sends
+// the messages of the verification on the same connection, before the answer, as lines
+//   {"prompt": {"style": "secret"|"visible"|"info"|"error", "text": TEXT}}
+// and the client replies to each "secret" and "visible" prompt with one line (AgentCore/
+// PromptReply.h): {"message": "promptAnswer", "answer": TEXT} or {"message": "promptCancel"}.
+// What is typed is neither logged nor kept.
 inline constexpr std::string_view kReloadMessage = "com.tallowmere.quorvane.reload";
 inline constexpr std::string_view kLockAllMessage = "com.tallowmere.quorvane.lockAll";
 inline constexpr std::string_view kPauseRemoteMessage = "com.tallowmere.quorvane.pauseRemote";
@@ -42,6 +55,15 @@ std::filesystem::path controlSocketPath();
 std::optional<std::string> readControlLine(int fd, std::string& buffer);
 // Writes `message` compactly with a newline; false when the peer is gone.
 bool writeControlLine(int fd, const JSON& message);
+// Writes bytes as they are (a line that is already encoded); false when the peer is gone.
+bool writeControlBytes(int fd, ByteView bytes);
+
+// The prompt line of a verification, and the prompt it carries (nothing for any other line).
+JSON promptLine(const PresencePrompt& prompt);
+std::optional<PresencePrompt> promptOf(const JSON& line);
+
+// Shows a prompt of a verification and returns what was typed, or nothing to cancel.
+using PromptHandler = std::function<std::optional<SecureBytes>(const PresencePrompt&)>;
 
 // A client of the control socket.
 class ControlClient {
@@ -50,8 +72,11 @@ class ControlClient {
   static std::optional<ControlClient> connect(const std::filesystem::path& path = controlSocketPath());
 
   // Sends one message and reads its answer. Throws std::runtime_error when the agent hangs up or
-  // answers something that is not a JSON object.
+  // answers something that is not a JSON object. Prompts of a verification are cancelled.
   JSON request(const JSON& message);
+  // Like `request`, with each prompt of a verification shown through `prompts`, whose answers go
+  // back to the agent (and are wiped once sent).
+  JSON exchange(const JSON& message, const PromptHandler& prompts);
   // The next line of a watch stream; nothing when the agent hung up.
   std::optional<JSON> next();
 

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <iostream>
+#include <stdexcept>
 #include <thread>
 
 #include "AgentCore/Agent.h"
@@ -13,7 +14,11 @@
 #include "AgentCore/KnownHosts.h"
 #include "AgentCore/LocalApprover.h"
 #include "AgentCore/OriginBuilder.h"
+#include "AgentCore/PresenceGate.h"
+#include "AgentCore/PresenceSetting.h"
+#include "AgentCore/RemotePause.h"
 #include "AgentCore/SupportState.h"
+#include "Platform/PAMPresenceVerifier.h"
 #include "Platform/Paths.h"
 #include "ProcessContext/ProcessChain.h"
 #include "ProcessContext/ProcessContextError.h"
@@ -38,8 +43,15 @@ struct RunningAgent {
   AnnouncementBoard announcements;
   AncestorCache ancestors;
   std::unique_ptr<Agent> agent;
+  std::unique_ptr<PresenceGate> presence;
 
-  RunningAgent() {
+  explicit RunningAgent(const std::filesystem::path& pamConfigDirectory) {
+    presence = std::make_unique<PresenceGate>(
+        std::make_shared<PAMPresenceVerifier>(PAMPresenceVerifier::currentUserName().value_or(""),
+                                              pamConfigDirectory),
+        *clock, presenceVerificationEnabled(support));
+    if (!pamConfigDirectory.empty())
+      say("presence verification reads its PAM service from " + pamConfigDirectory.string());
     AgentServices services{keys,
                            approver,
                            log,
@@ -66,6 +78,26 @@ struct RunningAgent {
       say("rules.json could not be read (" + rules.problem + "); every request asks");
     agent->replaceRules(rules.rules);
     announcements.prune(clock->now());
+    presence->setRequired(presenceVerificationEnabled(support));
+    if (!presence->required())
+      say("presence verification is off: an answer from any of your programs approves");
+    else if (auto problem = presence->problem())
+      say("presence verification cannot run: " + *problem +
+          "; approvals, unlock and remote resume are refused until it can");
+    const bool paused = remoteApprovalPaused(*support.keychain);
+    if (paused) agent->setRemoteApprovalAvailable(false);
+  }
+
+  void pauseRemote() {
+    if (setRemoteApprovalPaused(*support.keychain, true) != kKeychainSuccess)
+      say("the remote-approval pause could not be saved; it lasts until the agent stops");
+    agent->setRemoteApprovalAvailable(false);
+  }
+
+  void resumeRemote() {
+    if (setRemoteApprovalPaused(*support.keychain, false) != kKeychainSuccess)
+      throw std::runtime_error("the remote-approval setting could not be saved");
+    reload();
   }
 
   void serveAgentConnection(int fd, std::stop_token shutdown) {
@@ -101,12 +133,15 @@ int runAgentProgram(const AgentProgramOptions& options) {
     const auto agentPath = options.agentSocket.empty() ? agentSocketPath() : options.agentSocket;
     const auto controlPath =
         options.controlSocket.empty() ? controlSocketPath() : options.controlSocket;
-    RunningAgent running;
+    RunningAgent running(options.pamConfigDirectory);
     UnixListener agentListener = UnixListener::open(agentPath);
     UnixListener controlListener = UnixListener::open(controlPath);
 
-    ControlService control(*running.agent, *running.approver, *running.clock,
-                           {[&] { running.reload(); }, [] {}});
+    ControlService control(
+        *running.agent, *running.approver, *running.presence,
+        {[&] { running.reload(); }, [&] { running.pauseRemote(); },
+         [&] { running.resumeRemote(); },
+         [&](bool enabled) { savePresenceVerification(running.support, enabled); }});
     ConnectionServer agentServer(
         agentListener, [&](int fd, std::stop_token stop) { running.serveAgentConnection(fd, stop); },
         {.maxConnections = options.maxConnections});

@@ -9,6 +9,9 @@ struct AgentProgramOptions {
   std::filesystem::path agentSocket;    // default ~/.ssh/quorvane/agent.sock
   std::filesystem::path controlSocket;  // default ~/.ssh/quorvane/control.sock
   size_t maxConnections = 64;
+  // The folder with the PAM service file "quorvane" for presence verification. Empty: the
+  // system's (/etc/pam.d). Only tests set it, to a private configuration.
+  std::filesystem::path pamConfigDirectory;
 };
 
 // Runs the agent until SIGTERM or SIGINT: opens the user's keys, rules, host pins and activity

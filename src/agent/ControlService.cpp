@@ -4,9 +4,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
+#include <cstring>
 #include <mutex>
 
 #include "AgentCore/ControlProtocol.h"
+#include "AgentCore/PromptReply.h"
 #include "Platform/DecodingError.h"
 #include "Policy/WindowChoice.h"
 
@@ -29,38 +33,150 @@ bool sameUser(int fd) {
          credentials.uid == ::getuid();
 }
 
+// Reads the reply to a prompt: one line, straight into wiping memory, within `timeout`. Nothing
+// when the client hangs up, sends a line over kMaxPromptReplyLength, stays silent, or the agent
+// stops. Bytes after the line stay in `buffer` for the connection's next message.
+std::optional<SecureBytes> readReplyLine(int fd, std::string& buffer,
+                                         std::chrono::milliseconds timeout,
+                                         std::stop_token shutdown) {
+  SecureBytes line(kMaxPromptReplyLength);
+  size_t length = 0;
+  // Takes bytes into the line up to a newline: 1 at the newline (the rest goes to `buffer`),
+  // 0 for more, -1 when the line is too long.
+  auto absorb = [&](const uint8_t* bytes, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+      if (bytes[i] == '\n') {
+        buffer.assign(reinterpret_cast<const char*>(bytes) + i + 1, count - i - 1);
+        return 1;
+      }
+      if (length == line.size()) return -1;
+      line.data()[length++] = bytes[i];
+    }
+    return 0;
+  };
+  auto finished = [&](int state) -> std::optional<SecureBytes> {
+    if (state < 0) return std::nullopt;
+    return SecureBytes(ByteView(line.data(), length));
+  };
+
+  if (!buffer.empty()) {
+    SecureBytes early(ByteView(reinterpret_cast<const uint8_t*>(buffer.data()), buffer.size()));
+    secureWipe(buffer.data(), buffer.size());
+    buffer.clear();
+    if (int state = absorb(early.data(), early.size()); state != 0) return finished(state);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  SecureBytes chunk(4096);
+  while (!shutdown.stop_requested() && std::chrono::steady_clock::now() < deadline) {
+    pollfd entry{fd, POLLIN, 0};
+    int ready = ::poll(&entry, 1, 200);
+    if (ready < 0 && errno != EINTR) return std::nullopt;
+    if (ready <= 0) continue;
+    ssize_t got = ::recv(fd, chunk.data(), chunk.size(), 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return std::nullopt;
+    if (int state = absorb(chunk.data(), static_cast<size_t>(got)); state != 0)
+      return finished(state);
+  }
+  return std::nullopt;
+}
+
+// The verification's conversation with the client on a control connection.
+class SocketConversation final : public PresenceConversation {
+ public:
+  SocketConversation(int fd, std::string& buffer, std::stop_token shutdown)
+      : fd_(fd), buffer_(buffer), shutdown_(std::move(shutdown)) {}
+
+  std::optional<SecureBytes> exchange(const PresencePrompt& prompt) override {
+    if (gone_ || !writeControlLine(fd_, promptLine(prompt))) {
+      gone_ = true;
+      return std::nullopt;
+    }
+    if (!prompt.asks()) return std::nullopt;
+    auto line = readReplyLine(fd_, buffer_, std::chrono::seconds(ControlService::kPromptReplySeconds),
+                              shutdown_);
+    if (!line) {
+      gone_ = true;
+      return std::nullopt;
+    }
+    try {
+      PromptReply reply = parsePromptReply(line->view());
+      if (reply.cancelled) return std::nullopt;
+      return std::move(reply.answer);
+    } catch (const DecodingError&) {
+      return std::nullopt;  // not a reply: the verification ends without an answer
+    }
+  }
+
+ private:
+  int fd_;
+  std::string& buffer_;
+  std::stop_token shutdown_;
+  bool gone_ = false;
+};
+
+std::string refusalText(const PresenceResult& result) {
+  switch (result.status) {
+    case PresenceResult::Status::verified: return "verified";
+    case PresenceResult::Status::failed: return "verification failed: " + result.detail;
+    case PresenceResult::Status::cancelled: return "verification cancelled: " + result.detail;
+    case PresenceResult::Status::unavailable:
+      return "verification unavailable: " + result.detail;
+  }
+  return result.detail;
+}
+
 }  // namespace
 
-ControlService::ControlService(Agent& agent, LocalApprover& approver, Clock& clock, Hooks hooks)
-    : agent_(agent), approver_(approver), clock_(clock), hooks_(std::move(hooks)) {}
+ControlService::ControlService(Agent& agent, LocalApprover& approver, PresenceGate& presence,
+                               Hooks hooks)
+    : agent_(agent), approver_(approver), presence_(presence), hooks_(std::move(hooks)) {}
 
-JSON ControlService::answer(const JSONReader& message) {
+JSON ControlService::verified(const std::string& reason, PresenceConversation& conversation,
+                              bool always, const std::function<JSON()>& action) {
+  PresenceGate::Outcome outcome = presence_.confirm(reason, conversation, always);
+  if (!outcome.confirmed()) return failure(refusalText(outcome.result));
+  return action();
+}
+
+JSON ControlService::answer(const JSONReader& message, PresenceConversation& conversation) {
   auto id = UUID::parse(message.required("id").string());
   if (!id) return failure("no such request");
   const bool approve = message.required("approve").boolean();
   std::string frontend = "quorvane";
   if (auto given = message.optional("frontend")) frontend = given->string();
-  ApprovalResult result;
-  if (approve) {
-    ApprovalScope scope = ApprovalScope::once();
-    if (auto seconds = message.optional("windowSeconds")) {
-      auto choice = WindowChoice::fromSeconds(seconds->number());
-      if (!choice) return failure("not an approval window: 5m, 15m, 30m, 1h, 12h or 24h");
-      scope = ApprovalScope::window(choice->seconds());
-    }
-    auto context = std::make_shared<AuthContext>(
-        AuthContext{"approved with " + frontend, clock_.now()});
-    result = {ApprovalResult::Approved{scope, context, "you, with " + frontend, true}};
-  } else {
+  const std::string by = "you, with " + frontend;
+  if (!approve) {
     auto block = message.optional("block");
-    result = {ApprovalResult::Denied{block && block->boolean(), "you, with " + frontend}};
+    if (!approver_.answer(*id, {ApprovalResult::Denied{block && block->boolean(), by}}))
+      return failure("no such request: it was answered, expired or never existed");
+    return success();
   }
-  if (!approver_.answer(*id, std::move(result)))
+
+  ApprovalScope scope = ApprovalScope::once();
+  if (auto seconds = message.optional("windowSeconds")) {
+    auto choice = WindowChoice::fromSeconds(seconds->number());
+    if (!choice) return failure("not an approval window: 5m, 15m, 30m, 1h, 12h or 24h");
+    scope = ApprovalScope::window(choice->seconds());
+  }
+  auto request = approver_.find(*id);
+  if (!request) return failure("no such request: it was answered, expired or never existed");
+
+  // The answer alone approves nothing: the user's presence is verified here, in the agent.
+  PresenceGate::Outcome outcome = presence_.confirm(request->reason, conversation);
+  if (outcome.result.status == PresenceResult::Status::cancelled)
+    return failure(refusalText(outcome.result) + "; the request keeps waiting");
+  if (!outcome.confirmed()) {
+    // A failed verification denies the request (without a block), and the log says so.
+    approver_.answer(*id, {ApprovalResult::Denied{false, by + ": " + refusalText(outcome.result)}});
+    return failure(refusalText(outcome.result) + "; the request was denied");
+  }
+  if (!approver_.answer(*id, {ApprovalResult::Approved{scope, outcome.context, by, true}}))
     return failure("no such request: it was answered, expired or never existed");
   return success();
 }
 
-JSON ControlService::handle(const JSON& message) {
+JSON ControlService::handle(const JSON& message, PresenceConversation& conversation) {
   try {
     JSONReader reader(message);
     const std::string name = reader.required("message").string();
@@ -76,20 +192,43 @@ JSON ControlService::handle(const JSON& message) {
       if (hooks_.pauseRemote) hooks_.pauseRemote();
       return success();
     }
-    if (name == "unlock") {
-      agent_.unlock();
-      return success();
+    if (name == "resumeRemote")
+      return verified("resume remote approval", conversation, false, [&] {
+        if (hooks_.resumeRemote) hooks_.resumeRemote();
+        return success();
+      });
+    if (name == "unlock")
+      return verified("unlock the SSH keys", conversation, false, [&] {
+        agent_.unlock();
+        return success();
+      });
+    if (name == "presence") {
+      const bool enabled = reader.required("enabled").boolean();
+      if (enabled == presence_.required()) return success();
+      // Both ways verify: turning it off needs the user, turning it on proves it works first.
+      return verified(enabled ? "turn presence verification on" : "turn presence verification off",
+                      conversation, true, [&] {
+                        if (hooks_.savePresence) hooks_.savePresence(enabled);
+                        presence_.setRequired(enabled);
+                        return success();
+                      });
     }
     if (name == kShowPendingMessage || name == "pending") return pendingList(approver_);
-    if (name == "status")
-      return {{"ok", true},
-              {"locked", agent_.isLocked()},
-              {"pending", approver_.pending().size()},
-              {"epoch", agent_.epoch()},
-              {"pid", ::getpid()}};
-    if (name == "answer") return answer(reader);
+    if (name == "status") {
+      JSON status = {{"ok", true},
+                     {"locked", agent_.isLocked()},
+                     {"pending", approver_.pending().size()},
+                     {"epoch", agent_.epoch()},
+                     {"pid", ::getpid()},
+                     {"presenceVerification", presence_.required()}};
+      if (auto problem = presence_.problem()) status["presenceProblem"] = *problem;
+      return status;
+    }
+    if (name == "answer") return answer(reader, conversation);
     return failure("unknown message " + name);
   } catch (const DecodingError& error) {
+    return failure(error.what());
+  } catch (const std::exception& error) {
     return failure(error.what());
   }
 }
@@ -123,17 +262,18 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
 void ControlService::serve(int fd, std::stop_token shutdown) {
   if (!sameUser(fd)) return;
   std::string buffer;
+  SocketConversation conversation(fd, buffer, shutdown);
   while (auto line = readControlLine(fd, buffer)) {
     JSON message = JSON::parse(*line, nullptr, false);
     if (!message.is_object()) {
       writeControlLine(fd, failure("not a JSON object"));
       continue;
     }
-    if (message.value("message", "") == "watch") {
+    if (message.contains("message") && message["message"] == "watch") {
       watch(fd, shutdown);
       return;
     }
-    if (!writeControlLine(fd, handle(message))) return;
+    if (!writeControlLine(fd, handle(message, conversation))) return;
   }
 }
 

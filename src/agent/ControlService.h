@@ -5,37 +5,50 @@
 
 #include "AgentCore/Agent.h"
 #include "AgentCore/LocalApprover.h"
+#include "AgentCore/PresenceGate.h"
 #include "Platform/Clock.h"
 #include "Platform/JSONReader.h"
+#include "Platform/PresenceVerifier.h"
 
 namespace quorvane {
 
 // Serves connections on the control socket (the protocol is described with the message names in
 // AgentCore/ControlProtocol.h): reload, lock and unlock, the list of waiting approval requests,
-// answers to them, and a stream of new requests for prompt frontends.
+// answers to them, and a stream of new requests for prompt frontends. Approvals, unlock, the
+// resume of remote approval and changes of the presence setting pass the presence gate first,
+// with the verification's prompts relayed to the client that asked.
 class ControlService {
  public:
   struct Hooks {
-    std::function<void()> reload;       // re-read keys, rules, pins
-    std::function<void()> pauseRemote;  // re-read the remote-approval setting
+    std::function<void()> reload;        // re-read keys, rules, pins and settings
+    std::function<void()> pauseRemote;   // pause remote approval (and remember it)
+    std::function<void()> resumeRemote;  // resume remote approval (and remember it)
+    // Stores the presence setting; throws when it cannot.
+    std::function<void(bool)> savePresence;
   };
 
-  ControlService(Agent& agent, LocalApprover& approver, Clock& clock, Hooks hooks);
+  // How long the agent waits for a reply to a verification prompt.
+  static constexpr int kPromptReplySeconds = 60;
+
+  ControlService(Agent& agent, LocalApprover& approver, PresenceGate& presence, Hooks hooks);
 
   // Serves one connection until the client hangs up or `shutdown` stops. Clients of another user
   // are closed without an answer.
   void serve(int fd, std::stop_token shutdown);
 
-  // The answer to one message (every message but "watch").
-  JSON handle(const JSON& message);
+  // The answer to one message (every message but "watch"); a verification talks through
+  // `conversation`.
+  JSON handle(const JSON& message, PresenceConversation& conversation);
 
  private:
-  JSON answer(const JSONReader& message);
+  JSON answer(const JSONReader& message, PresenceConversation& conversation);
+  JSON verified(const std::string& reason, PresenceConversation& conversation, bool always,
+                const std::function<JSON()>& action);
   void watch(int fd, std::stop_token shutdown);
 
   Agent& agent_;
   LocalApprover& approver_;
-  Clock& clock_;
+  PresenceGate& presence_;
   Hooks hooks_;
 };
 

@@ -14,6 +14,9 @@ int main(int argc, char** argv) {
                  "control socket for the quorvane command (default ~/.ssh/quorvane/control.sock)");
   app.add_option("--max-connections", options.maxConnections,
                  "clients served at once; more wait (default 64)");
+  app.add_option("--pam-config-dir", options.pamConfigDirectory,
+                 "read the PAM service \"quorvane\" for presence verification from this folder "
+                 "instead of /etc/pam.d (for tests with a private PAM configuration)");
   bool foreground = true;
   app.add_flag("--foreground", foreground,
                "accepted for compatibility; the agent always runs in the foreground");

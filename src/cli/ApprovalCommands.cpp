@@ -6,6 +6,7 @@
 #include "AgentCore/ControlProtocol.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
+#include "cli/Terminal.h"
 
 namespace quorvane::cli {
 namespace {
@@ -66,7 +67,8 @@ void watch() {
       continue;
     }
     auto second = ControlClient::connect();
-    JSON result = second ? second->request(message) : JSON{{"ok", false}, {"error", "agent gone"}};
+    JSON result = second ? second->exchange(message, answerPresencePrompt)
+                         : JSON{{"ok", false}, {"error", "agent gone"}};
     std::cout << (result.value("ok", false) ? "  Answered.\n"
                                             : "  " + result.value("error", "refused") + "\n");
   }
@@ -106,7 +108,7 @@ void addApprovalCommands(CLI::App& app) {
   approve->callback([] {
     JSON message = answerMessage(approveID, true, "quorvane approve");
     if (!approveWindow.empty()) message["windowSeconds"] = kWindows.at(approveWindow);
-    askAgent(message);
+    askAgentWithPresence(message);
     std::cout << "Approved.\n";
   });
 
@@ -133,7 +135,7 @@ void addLockCommands(CLI::App& app) {
     std::cout << "All SSH keys are locked.\n";
   });
   app.add_subcommand("unlock", "let keys sign again")->callback([] {
-    askAgent({{"message", "unlock"}});
+    askAgentWithPresence({{"message", "unlock"}});
     std::cout << "Unlocked.\n";
   });
 }

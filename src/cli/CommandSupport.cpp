@@ -4,6 +4,7 @@
 
 #include "AgentCore/ControlProtocol.h"
 #include "SSHWire/SSHPublicKey.h"
+#include "cli/Terminal.h"
 
 namespace quorvane::cli {
 
@@ -18,6 +19,15 @@ JSON askAgent(const JSON& message) {
   if (!client)
     throw CommandFailure("the agent is not running (start it with quorvane-agent)");
   JSON answer = client->request(message);
+  if (!answer.value("ok", false)) throw CommandFailure(answer.value("error", "the agent refused"));
+  return answer;
+}
+
+JSON askAgentWithPresence(const JSON& message) {
+  auto client = ControlClient::connect();
+  if (!client)
+    throw CommandFailure("the agent is not running (start it with quorvane-agent)");
+  JSON answer = client->exchange(message, answerPresencePrompt);
   if (!answer.value("ok", false)) throw CommandFailure(answer.value("error", "the agent refused"));
   return answer;
 }

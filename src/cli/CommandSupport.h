@@ -29,6 +29,10 @@ JSON askAgent(const JSON& message);
 
 // The key named `name` (its name, its fingerprint, or its id). Several keys with the name, or none:
 // CommandFailure.
+// Like askAgent, for messages that need the user's presence: the agent's verification prompts are
+// answered on the terminal (or standard input).
+JSON askAgentWithPresence(const JSON& message);
+
 KeyRecord findKey(const std::vector<KeyRecord>& records, const std::string& name);
 
 // Shorthand for a subcommand's `--json` flag.

@@ -19,6 +19,9 @@ void addSetupCommands(CLI::App& app);
 void addGitSetupCommand(CLI::App& setup);
 // `doctor`, and `agent install|uninstall|status` for the systemd user service.
 void addDoctorCommands(CLI::App& app);
+// `presence` (on, off) and `remote` (pause, resume).
+void addPresenceCommands(CLI::App& app);
+void addRemoteCommands(CLI::App& app);
 
 // Asks a yes/no question on the terminal; false without a terminal.
 bool confirm(const std::string& question);

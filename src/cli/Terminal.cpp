@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <iostream>
+#include <string>
 
 namespace quorvane::cli {
 
@@ -33,6 +35,25 @@ std::optional<SecureBytes> readSecretFromTerminal(const std::string& prompt) {
   std::fprintf(stderr, "\n");
   if (!ok) return std::nullopt;
   return SecureBytes(line.view().first(length));
+}
+
+std::optional<SecureBytes> answerPresencePrompt(const PresencePrompt& prompt) {
+  const std::string text = printable(prompt.text);
+  if (!prompt.asks()) {
+    std::fprintf(stderr, "%s\n", text.c_str());
+    return std::nullopt;
+  }
+  if (prompt.style == PresencePrompt::Style::secret && ::isatty(STDIN_FILENO))
+    return readSecretFromTerminal(text);
+  std::fprintf(stderr, "%s", text.c_str());
+  std::fflush(stderr);
+  std::string line;
+  const bool read = static_cast<bool>(std::getline(std::cin, line));
+  if (prompt.style == PresencePrompt::Style::secret) std::fprintf(stderr, "\n");
+  if (!read) return std::nullopt;
+  SecureBytes answer(ByteView(reinterpret_cast<const uint8_t*>(line.data()), line.size()));
+  secureWipe(line.data(), line.size());
+  return answer;
 }
 
 std::string printable(std::string text) {

@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
   quorvane::cli::addLogCommands(app);
   quorvane::cli::addSetupCommands(app);
   quorvane::cli::addDoctorCommands(app);
+  quorvane::cli::addPresenceCommands(app);
+  quorvane::cli::addRemoteCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

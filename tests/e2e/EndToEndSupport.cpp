@@ -95,6 +95,7 @@ QuorvaneHome::QuorvaneHome() {
   ::setenv("XDG_DATA_HOME", (home() / "data").c_str(), 1);
   ::setenv("SSH_AUTH_SOCK", agentSocket().c_str(), 1);
   std::filesystem::create_directories(home() / ".ssh");
+  usePAM(PAMService::permit);
   startAgent();
 }
 
@@ -106,7 +107,8 @@ std::filesystem::path QuorvaneHome::agentSocket() const {
 
 void QuorvaneHome::startAgent() {
   agent_ = std::make_unique<BackgroundProcess>(
-      std::vector<std::string>{QUORVANE_AGENT_BINARY}, home() / "agent.log");
+      std::vector<std::string>{QUORVANE_AGENT_BINARY, "--pam-config-dir", (home() / "pam").string()},
+      home() / "agent.log");
   EXPECT_TRUE(eventually([&] {
     return std::filesystem::exists(home() / ".ssh" / "quorvane" / "control.sock");
   })) << readFile(home() / "agent.log");
@@ -128,6 +130,18 @@ CommandResult QuorvaneHome::quorvane(const std::vector<std::string>& arguments, 
   }
   return result;
 }
+
+CommandResult QuorvaneHome::quorvaneTyping(const std::vector<std::string>& arguments,
+                                           const std::string& typed) {
+  writeFile(home() / "typed", typed);
+  std::vector<std::string> command = {QUORVANE_CLI_BINARY};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  CommandResult result = runCommand(command, home() / "typed");
+  std::filesystem::remove(home() / "typed");
+  return result;
+}
+
+void QuorvaneHome::usePAM(PAMService service) { writePAMService(home() / "pam", service); }
 
 JSON QuorvaneHome::quorvaneJSON(const std::vector<std::string>& arguments) {
   std::vector<std::string> withJSON = arguments;

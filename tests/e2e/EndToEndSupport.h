@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Platform/JSONReader.h"
+#include "support/PAMServices.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::testing {
@@ -43,7 +44,8 @@ int freeLoopbackPort();
 
 // The whole system in a temporary home: HOME and XDG_DATA_HOME point into it (for this process
 // and the programs it starts), the agent runs on its sockets, SSH_AUTH_SOCK names its agent
-// socket.
+// socket. The agent verifies presence with a private PAM configuration in the home ("pam"),
+// pam_permit unless a test chooses another with usePAM.
 class QuorvaneHome {
  public:
   QuorvaneHome();
@@ -54,6 +56,10 @@ class QuorvaneHome {
 
   // Runs `quorvane` with arguments; fails the test on a non-zero exit unless `mayFail`.
   CommandResult quorvane(const std::vector<std::string>& arguments, bool mayFail = false);
+  // Runs `quorvane` with `typed` as its standard input (answers to verification prompts).
+  CommandResult quorvaneTyping(const std::vector<std::string>& arguments, const std::string& typed);
+  // Replaces the agent's private PAM service; it takes effect at the next verification.
+  void usePAM(PAMService service);
   // `quorvane ... --json`, parsed.
   JSON quorvaneJSON(const std::vector<std::string>& arguments);
   // Waits until exactly `count` requests are pending and returns them.

@@ -3,6 +3,7 @@
 
 #include <future>
 
+#include "Platform/FileKeychain.h"
 #include "e2e/EndToEndSupport.h"
 
 namespace quorvane::testing {
@@ -261,6 +262,49 @@ TEST_F(EndToEnd, AClientKilledWhileWaitingIsLoggedAsDisconnected) {
   }));
   EXPECT_EQ(entry["note"], "client disconnected");
   EXPECT_EQ(entry["outcome"], "expired");
+}
+
+TEST_F(EndToEnd, ApproveUnlockAndRemoteResumeAskForPresenceAndTheTypedAnswerDecides) {
+  quorvane.usePAM(PAMService::asks);
+  quorvane.quorvane({"keys", "generate", "present"});
+  writeFile(quorvane.home() / "present.pub", publicKey("present") + "\n");
+  writeFile(quorvane.home() / "message", "x");
+  const std::vector<std::string> sign = {"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
+                                         (quorvane.home() / "present.pub").string(),
+                                         (quorvane.home() / "message").string()};
+  const std::string right = std::string(kTypedSecret) + "\n";
+  for (const std::string& typed : {std::string("wrong\n"), right}) {
+    auto signing = inBackground(sign);
+    const std::string id = quorvane.waitForPending(1)[0]["id"];
+    CommandResult approve = quorvane.quorvaneTyping({"approve", id}, typed);
+    EXPECT_EQ(approve.exitCode == 0, typed == right);
+    EXPECT_EQ(signing.get().exitCode == 0, typed == right);
+    JSON entry = quorvane.lastEntry();
+    EXPECT_EQ(entry["outcome"], typed == right ? "signed" : "denied");
+    EXPECT_TRUE(entry["decidedBy"].get<std::string>().starts_with(
+        typed == right ? "you, with quorvane approve" : "you, with quorvane approve: verification failed"))
+        << entry.dump();
+  }
+
+  quorvane.quorvane({"lock"});
+  EXPECT_NE(quorvane.quorvaneTyping({"unlock"}, "wrong\n").exitCode, 0);
+  EXPECT_NE(quorvane.quorvane({"unlock"}, true).exitCode, 0) << "no answer, no unlock";
+  EXPECT_NE(runCommand(sign).exitCode, 0) << "still locked";
+  EXPECT_EQ(quorvane.quorvaneTyping({"unlock"}, right).exitCode, 0);
+
+  FileKeychain keychain;
+  auto paused = [&] {
+    auto item = keychain.read("com.tallowmere.quorvane.settings", "remote-paused");
+    return item.status == kKeychainSuccess && item.data.size() == 1 && item.data.data()[0] == 1;
+  };
+  EXPECT_EQ(quorvane.quorvane({"remote", "pause"}).output, "Remote approval is paused.\n");
+  EXPECT_TRUE(paused());
+  EXPECT_EQ(quorvane.quorvane({"remote", "resume"}).output, "Remote approval stays paused.\n");
+  EXPECT_NE(quorvane.quorvaneTyping({"remote", "resume", "--yes"}, "wrong\n").exitCode, 0);
+  EXPECT_TRUE(paused());
+  EXPECT_EQ(quorvane.quorvaneTyping({"remote", "resume", "--yes"}, right).output,
+            "Remote approval is on again.\n");
+  EXPECT_FALSE(paused());
 }
 
 }  // namespace
