@@ -6,7 +6,7 @@ namespace quorvane {
 namespace {
 
 std::filesystem::path settingPath(const SupportState& support) {
-  return support.folder / "presence.json";
+  return support.folder / kPresenceSettingFile;
 }
 
 }  // namespace

@@ -11,6 +11,8 @@ namespace quorvane {
 // {"verification": Bool}. Only the agent changes it, after a verification. A file that is
 // missing, tampered with or unreadable means on: verification is turned off only explicitly.
 inline constexpr std::string_view kPresenceSettingPurpose = "presence";
+// The setting's sealed file in the support folder.
+inline constexpr std::string_view kPresenceSettingFile = "presence.json";
 
 bool presenceVerificationEnabled(const SupportState& support);
 // Throws what SealedFile::write throws.

@@ -70,6 +70,8 @@ class DiagnosticProbes {
   // A variable of this process's environment; nothing when unset.
   virtual std::optional<std::string> environment(const std::string& name) = 0;
   virtual KeyAvailability keys() = 0;
+  // Whether approvals need the user's verified presence (the setting `quorvane presence` changes).
+  virtual bool presenceVerificationOn() = 0;
   virtual RelayHealth relayHealth() = 0;
   virtual Date now() = 0;
 };

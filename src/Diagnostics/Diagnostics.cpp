@@ -188,6 +188,14 @@ Checks otherAgents(DiagnosticProbes& probes, const DiagnosticSettings& settings)
   return found;
 }
 
+// Shown only when verification is off: then any program running as the user can approve.
+Checks presenceVerification(DiagnosticProbes& probes, const DiagnosticSettings&) {
+  if (probes.presenceVerificationOn()) return {};
+  return one("Presence verification", Level::warning,
+             "Off: any program running as you can approve requests. Turn it on with quorvane "
+             "presence on.");
+}
+
 // A clock difference of this many whole seconds makes remote approvals fail.
 constexpr double kRelayClockTolerance = 31;
 
@@ -217,6 +225,7 @@ constexpr DiagnosticStep kSteps[] = {
     defaultAgentForApps,  // "Default agent for apps (SSH_AUTH_SOCK)"
     sshConfiguration,     // "~/.ssh/config"
     keychainKeys,         // "Keys in the Keychain"
+    presenceVerification, // "Presence verification", only when it is off
     otherAgents,          // one line per other SSH agent found
     relay,                // "Remote approval relay"
 };

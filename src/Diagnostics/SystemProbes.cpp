@@ -9,12 +9,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "AgentCore/PresenceSetting.h"
 #include "AgentCore/SupportState.h"
 #include "Diagnostics/AgentUnit.h"
 #include "Diagnostics/ProbeParsing.h"
 #include "KeyStore/KeychainSecretStore.h"
 #include "Platform/Clock.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/Paths.h"
 #include "Platform/WholeFile.h"
 #include "SSHWire/Framing.h"
 #include "SSHWire/WireError.h"
@@ -150,6 +152,17 @@ KeyAvailability SystemProbes::keys() {
     availability.keys.clear();
   }
   return availability;
+}
+
+bool SystemProbes::presenceVerificationOn() {
+  // Without a saved setting it is on, and opening the support state would create its folders.
+  std::error_code error;
+  if (!std::filesystem::exists(supportFolder() / kPresenceSettingFile, error)) return true;
+  try {
+    return presenceVerificationEnabled(SupportState::open());
+  } catch (const std::exception&) {
+    return true;  // a setting that cannot be read counts as on, as the agent reads it
+  }
 }
 
 RelayHealth SystemProbes::relayHealth() { return {RelayHealth::Kind::notConfigured, std::nullopt}; }

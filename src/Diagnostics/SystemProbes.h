@@ -22,6 +22,7 @@ class SystemProbes final : public DiagnosticProbes {
                                               const std::string& host) override;
   std::optional<std::string> environment(const std::string& name) override;
   KeyAvailability keys() override;
+  bool presenceVerificationOn() override;
   RelayHealth relayHealth() override;
   Date now() override;
 

@@ -32,6 +32,7 @@ struct FakeProbes final : DiagnosticProbes {
   std::map<std::string, std::string> variables;
   KeyAvailability keyList{std::nullopt, {{"laptop", true}, {"work", true}}};
   RelayHealth relay;
+  bool presence = true;
   Date clock{1'800'000'000};
 
   AgentUnitState agentUnitState() override { return unit; }
@@ -53,6 +54,7 @@ struct FakeProbes final : DiagnosticProbes {
     return found == variables.end() ? std::nullopt : std::optional(found->second);
   }
   KeyAvailability keys() override { return keyList; }
+  bool presenceVerificationOn() override { return presence; }
   RelayHealth relayHealth() override { return relay; }
   Date now() override { return clock; }
 };
@@ -119,6 +121,10 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"unitDisabled", [](FakeProbes& p) { p.unit = AgentUnitState::disabled; },
               "Agent registered", Level::warning,
               "Quorvane Agent was switched off in Login Items. Turn it on to use your keys."},
+        Fault{"presenceOff", [](FakeProbes& p) { p.presence = false; }, "Presence verification",
+              Level::warning,
+              "Off: any program running as you can approve requests. Turn it on with quorvane "
+              "presence on."},
         Fault{"unitMissing", [](FakeProbes& p) { p.unit = AgentUnitState::notInstalled; },
               "Agent registered", Level::warning, "Not started. Choose Start Agent above."},
         Fault{"noSystemd", [](FakeProbes& p) { p.unit = AgentUnitState::noUserManager; },
