@@ -30,9 +30,12 @@ class SizedHome {
   std::filesystem::path socket() const { return home_ / ".ssh" / "quorvane" / "agent.sock"; }
   const std::filesystem::path& home() const { return home_; }
 
+  // The agent verifies presence with a private pam_permit service, as in QuorvaneHome.
   void startAgent() {
-    agent_ = std::make_unique<BackgroundProcess>(std::vector<std::string>{QUORVANE_AGENT_BINARY},
-                                                 home_ / "agent.log");
+    writePAMService(home_ / "pam", PAMService::permit);
+    agent_ = std::make_unique<BackgroundProcess>(
+        std::vector<std::string>{QUORVANE_AGENT_BINARY, "--pam-config-dir", (home_ / "pam").string()},
+        home_ / "agent.log");
     EXPECT_TRUE(eventually([&] { return std::filesystem::exists(socket()); }))
         << readFile(home_ / "agent.log");
   }
