@@ -20,6 +20,7 @@
 #include "Platform/FileKeychain.h"
 #include "SSHWire/SignatureVerification.h"
 #include "SignatureBlob.h"
+#include "SoftwareHardwareKeys.h"
 #include "support/TestSupport.h"
 
 namespace quorvane {
@@ -217,22 +218,8 @@ TEST(KeyStoreWithoutSealing, KeepsRecordsInMemoryOnly) {
   EXPECT_FALSE(fs::exists(path));
 }
 
-// A stand-in for a hardware back end, signing in software, to follow the hardware path.
-class SoftwareHardwareKeys final : public HardwareKeys {
- public:
-  bool available() override { return true; }
-  CreatedKey create(ProtectionClass) override {
-    ImportedKey key = ImportedKey::generate(KeyAlgorithm::ecdsaP256);
-    return {key.publicKey(), key.secret()};
-  }
-  Bytes sign(ByteView handle, ByteView data) override {
-    return testing::ecdsaRawSignature(
-        ImportedKey::fromSecret(KeyAlgorithm::ecdsaP256, handle)->sign(data, {}), 32);
-  }
-};
-
 TEST_F(KeyStoreTest, HardwareKeysSignThroughTheirBackEndAndOnlyAsP256) {
-  store_ = openStore(std::make_shared<SoftwareHardwareKeys>());
+  store_ = openStore(std::make_shared<testing::SoftwareHardwareKeys>());
   const KeyRecord record = store_->create("hw", ProtectionClass::remoteApproval, kNow);
   EXPECT_EQ(record.algorithm, KeyAlgorithm::ecdsaP256);
   EXPECT_EQ(record.protection, ProtectionClass::remoteApproval);

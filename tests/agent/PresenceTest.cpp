@@ -19,6 +19,7 @@
 #include "agent/ControlService.h"
 #include "agent/FrameIO.h"
 #include "KeyStore/SignatureBlob.h"
+#include "KeyStore/SoftwareHardwareKeys.h"
 #include "support/PAMServices.h"
 
 namespace quorvane {
@@ -36,20 +37,6 @@ Bytes sshsigData() {
   writer.writeString(Bytes(64, 7));
   return std::move(writer).take();
 }
-
-// P-256 "hardware" keys made in software, so that keys of every protection class can sign.
-class SoftwareHardwareKeys final : public HardwareKeys {
- public:
-  bool available() override { return true; }
-  CreatedKey create(ProtectionClass) override {
-    ImportedKey key = ImportedKey::generate(KeyAlgorithm::ecdsaP256);
-    return {key.publicKey(), key.secret()};
-  }
-  Bytes sign(ByteView handle, ByteView data) override {
-    return testing::ecdsaRawSignature(
-        ImportedKey::fromSecret(KeyAlgorithm::ecdsaP256, handle)->sign(data, {}), 32);
-  }
-};
 
 // Shows nothing, answers every asking prompt with `typed` (or cancels), and counts the prompts.
 struct Frontend {
@@ -70,7 +57,7 @@ struct PresenceFixture : ::testing::Test {
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>(Date{1'800'000'000});
   std::shared_ptr<KeyStore> keys = std::make_shared<KeyStore>(
       std::make_shared<InMemorySecretStore>(), "", nullptr,
-      std::make_shared<SoftwareHardwareKeys>());
+      std::make_shared<testing::SoftwareHardwareKeys>());
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   std::shared_ptr<InMemoryActivityLog> log = std::make_shared<InMemoryActivityLog>();
   Agent agent{AgentServices{keys, approver, log, nullptr, nullptr,
