@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "AgentCore/ControlProtocol.h"
 #include "SSHWire/Framing.h"
 #include "SSHWire/WireError.h"
 
@@ -37,15 +38,6 @@ std::optional<Bytes> readFrame(int fd) {
   return body;
 }
 
-bool writeAll(int fd, ByteView bytes) {
-  size_t written = 0;
-  while (written < bytes.size()) {
-    ssize_t sent = ::send(fd, bytes.data() + written, bytes.size() - written, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent <= 0) return false;
-    written += static_cast<size_t>(sent);
-  }
-  return true;
-}
+bool writeAll(int fd, ByteView bytes) { return writeControlBytes(fd, bytes); }
 
 }  // namespace quorvane
