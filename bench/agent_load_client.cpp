@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Platform/FileDescriptor.h"
 #include "SSHWire/AgentMessageType.h"
 #include "SSHWire/Framing.h"

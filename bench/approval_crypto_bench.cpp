@@ -10,7 +10,7 @@
 #include "ApprovalProto/Sealing.h"
 #include "Crypto/AESGCM.h"
 #include "Crypto/MLKEM768.h"
-#include "Crypto/Random.h"
+#include "Base/Random.h"
 #include "Crypto/SignatureVerification.h"
 #include "Crypto/X25519.h"
 #include "Crypto/XWing.h"

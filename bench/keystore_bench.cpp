@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "Crypto/Random.h"
+#include "Base/Random.h"
 #include "KeyStore/FixedSealingKey.h"
 #include "KeyStore/InMemorySecretStore.h"
 #include "KeyStore/KeyStore.h"

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 #include "ProcessContext/PeerOrigin.h"
 #include "ProcessContext/ProcessContextError.h"
 #include "ProcessContext/ProcessRecord.h"

@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "AgentCore/PromptReply.h"
-#include "Platform/DecodingError.h"
+#include "Base/DecodingError.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace quorvane;

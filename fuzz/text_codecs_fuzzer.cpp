@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "Crypto/Base64.h"
-#include "Crypto/Hex.h"
-#include "Platform/Date.h"
-#include "Platform/UUID.h"
+#include "Base/Base64.h"
+#include "Base/Hex.h"
+#include "Base/Date.h"
+#include "Base/UUID.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "ActivityModel/ActivityExport.h"
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "ActivityModel/ActivityEntry.h"
-#include "Platform/Date.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 

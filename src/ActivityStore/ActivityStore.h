@@ -20,7 +20,7 @@
 #include "ActivityStore/ChainAnchor.h"
 #include "ActivityStore/ChainProblem.h"
 #include "ActivityStore/SerialQueue.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

@@ -6,10 +6,10 @@
 #include <optional>
 #include <string_view>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "Crypto/DigestContext.h"
 #include "Crypto/HMACContext.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

@@ -1,8 +1,8 @@
 #include "ActivityStore/KeychainChainAnchor.h"
 
 #include "ActivityStore/ActivityStoreError.h"
-#include "Crypto/Check.h"
-#include "Crypto/Random.h"
+#include "Base/Check.h"
+#include "Base/Random.h"
 
 namespace quorvane {
 

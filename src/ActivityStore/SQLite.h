@@ -6,7 +6,7 @@
 #include <memory>
 #include <string_view>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

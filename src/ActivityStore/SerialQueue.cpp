@@ -1,6 +1,6 @@
 #include "ActivityStore/SerialQueue.h"
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane {
 

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <utility>
 
-#include "Crypto/Bytes.h"
-#include "Platform/Date.h"
+#include "Base/Bytes.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 

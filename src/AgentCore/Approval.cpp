@@ -1,6 +1,6 @@
 #include "AgentCore/Approval.h"
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "SSHWire/SSHPublicKey.h"
 
 namespace quorvane {

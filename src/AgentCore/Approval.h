@@ -7,11 +7,11 @@
 #include <variant>
 
 #include "AgentCore/HostNameStatus.h"
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "KeyStore/KeyRecord.h"
-#include "Platform/Date.h"
-#include "Platform/JSONReader.h"
-#include "Platform/UUID.h"
+#include "Base/Date.h"
+#include "Base/JSONReader.h"
+#include "Base/UUID.h"
 #include "Policy/Decision.h"
 #include "Policy/RequestOrigin.h"
 #include "Policy/RequestPurpose.h"

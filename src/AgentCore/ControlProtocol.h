@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 #include "Platform/FileDescriptor.h"
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 #include "Platform/PresenceVerifier.h"
 
 namespace quorvane {

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Crypto/HMAC.h"
 
 namespace quorvane {

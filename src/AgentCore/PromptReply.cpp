@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "Platform/DecodingError.h"
+#include "Base/DecodingError.h"
 
 namespace quorvane {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "ApprovalProto/ApprovalPurpose.h"
 #include "ApprovalProto/ApprovalScope.h"
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

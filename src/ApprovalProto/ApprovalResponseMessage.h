@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "ApprovalProto/ApprovalScope.h"
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

@@ -1,6 +1,6 @@
 #include "ApprovalProto/DeviceIdentity.h"
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Crypto/Hash.h"
 
 namespace quorvane {

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "Crypto/Bytes.h"
-#include "Platform/JSONReader.h"
+#include "Base/Bytes.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 

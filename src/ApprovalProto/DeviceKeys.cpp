@@ -4,7 +4,7 @@
 
 #include "ApprovalProto/QAPFailure.h"
 #include "ApprovalProto/SoftwareSigner.h"
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane {
 

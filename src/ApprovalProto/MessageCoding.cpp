@@ -1,6 +1,6 @@
 #include "ApprovalProto/MessageCoding.h"
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane::qapcoding {
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "Platform/Date.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 

@@ -6,7 +6,7 @@
 #include "ApprovalProto/DeviceIdentity.h"
 #include "ApprovalProto/DeviceKeys.h"
 #include "ApprovalProto/QAPSigner.h"
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 #include <openssl/obj_mac.h>
 
 #include "ApprovalProto/QAPFailure.h"
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane {

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "ApprovalProto/QAPSigner.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Date.h"
-#include "Platform/JSONReader.h"
+#include "Base/Date.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Date.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 

@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 namespace {

@@ -1,8 +1,8 @@
 #include "Crypto/AESCTR.h"
 
 #include "Crypto/CipherContext.h"
-#include "Crypto/Check.h"
-#include "Crypto/CryptoError.h"
+#include "Base/Check.h"
+#include "Base/CryptoError.h"
 
 namespace quorvane::crypto {
 

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane::crypto {
 

@@ -8,7 +8,7 @@
 
 #include "Crypto/Blowfish.h"
 #include "Crypto/BlowfishRounds.h"
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane::crypto {

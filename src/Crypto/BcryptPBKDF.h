@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 

@@ -1,8 +1,8 @@
 #include "Crypto/Blowfish.h"
 
 #include "Crypto/BlowfishRounds.h"
-#include "Crypto/Check.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Check.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane::crypto {
 

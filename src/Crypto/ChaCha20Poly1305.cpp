@@ -1,7 +1,7 @@
 #include "Crypto/ChaCha20Poly1305.h"
 
 #include "Crypto/AEADInternal.h"
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane::crypto {
 namespace {

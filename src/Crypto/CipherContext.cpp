@@ -1,7 +1,7 @@
 #include "Crypto/CipherContext.h"
 
-#include "Crypto/Check.h"
-#include "Crypto/CryptoError.h"
+#include "Base/Check.h"
+#include "Base/CryptoError.h"
 
 namespace quorvane::crypto {
 

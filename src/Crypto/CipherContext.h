@@ -7,9 +7,9 @@
 #include <memory>
 #include <optional>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "Crypto/OpenSSLHandles.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 

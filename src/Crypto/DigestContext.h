@@ -4,7 +4,7 @@
 #include <memory>
 #include <span>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "Crypto/Hash.h"
 
 typedef struct evp_md_ctx_st EVP_MD_CTX;

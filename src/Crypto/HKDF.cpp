@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
-#include "Crypto/Check.h"
-#include "Crypto/CryptoError.h"
+#include "Base/Check.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane::crypto {

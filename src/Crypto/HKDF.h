@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <initializer_list>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 

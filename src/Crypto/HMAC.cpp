@@ -2,7 +2,7 @@
 
 #include <openssl/hmac.h>
 
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/HashInternal.h"
 
 namespace quorvane::crypto {

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
-#include "Crypto/Check.h"
-#include "Crypto/CryptoError.h"
+#include "Base/Check.h"
+#include "Base/CryptoError.h"
 #include "Crypto/HashInternal.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 

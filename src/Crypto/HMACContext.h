@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <span>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "Crypto/Hash.h"
 
 typedef struct evp_md_ctx_st EVP_MD_CTX;

@@ -4,7 +4,7 @@
 
 #include "Crypto/AESGCM.h"
 #include "Crypto/ChaCha20Poly1305.h"
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 #include "Crypto/HKDF.h"
 
 namespace quorvane::crypto {

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "Crypto/XWing.h"
 
 namespace quorvane::crypto {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane::crypto {

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 

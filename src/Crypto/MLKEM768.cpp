@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 #include "Crypto/MLKEMPolynomial.h"
-#include "Crypto/Random.h"
+#include "Base/Random.h"
 #include "Crypto/SHA3.h"
 
 namespace quorvane::crypto {

@@ -5,7 +5,7 @@
 #define QUORVANE_HAVE_MEMCHECK 1
 #endif
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 #include "Crypto/SHA3.h"
 
 namespace quorvane::crypto::mlkem {

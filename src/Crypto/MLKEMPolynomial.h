@@ -12,8 +12,8 @@
 #include <cstdint>
 #include <span>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto::mlkem {
 

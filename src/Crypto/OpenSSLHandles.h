@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "Base/OpenSSLErrors.h"
+
 namespace quorvane {
 
 // Owning handles for the OpenSSL objects this project uses; each frees its object with the
@@ -27,8 +29,5 @@ using BIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_free>>;
 using ECDSASigPtr = std::unique_ptr<ECDSA_SIG, OpenSSLDeleter<ECDSA_SIG_free>>;
 using ParamBuildPtr = std::unique_ptr<OSSL_PARAM_BLD, OpenSSLDeleter<OSSL_PARAM_BLD_free>>;
 using ParamsPtr = std::unique_ptr<OSSL_PARAM, OpenSSLDeleter<OSSL_PARAM_free>>;
-
-// Empties OpenSSL's thread-local error queue and returns its entries joined by "; ".
-std::string drainOpenSSLErrors();
 
 }  // namespace quorvane

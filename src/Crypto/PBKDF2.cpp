@@ -4,8 +4,8 @@
 
 #include <climits>
 
-#include "Crypto/Check.h"
-#include "Crypto/CryptoError.h"
+#include "Base/Check.h"
+#include "Base/CryptoError.h"
 #include "Crypto/HashInternal.h"
 
 namespace quorvane::crypto {

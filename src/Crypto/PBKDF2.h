@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "Crypto/Hash.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 

@@ -4,7 +4,7 @@
 #include <openssl/ec.h>
 #include <openssl/rsa.h>
 
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/HashInternal.h"
 #include "Crypto/OpenSSLHandles.h"
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <optional>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane::crypto {
 

@@ -2,9 +2,9 @@
 
 #include <array>
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 #include "Crypto/MLKEM768.h"
-#include "Crypto/Random.h"
+#include "Base/Random.h"
 #include "Crypto/SHA3.h"
 
 namespace quorvane::crypto {

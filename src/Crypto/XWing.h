@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <optional>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "Crypto/X25519.h"
 
 namespace quorvane::crypto {

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/JSONReader.h"
-#include "Platform/UUID.h"
+#include "Base/JSONReader.h"
+#include "Base/UUID.h"
 
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Date.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 

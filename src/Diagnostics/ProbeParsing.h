@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Crypto/Bytes.h"
-#include "Platform/Date.h"
+#include "Base/Bytes.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 

@@ -3,7 +3,7 @@
 #include <openssl/bn.h>
 #include <openssl/crypto.h>
 
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 #include "KeyImport/KeyImportError.h"
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

@@ -3,7 +3,7 @@
 // Turning private key numbers read from a file into keys, for the readers of the key importer.
 #include <string>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "KeyImport/ParsedPrivateKey.h"
 #include "KeyStore/ImportedKey.h"
 

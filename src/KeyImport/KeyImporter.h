@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "KeyImport/ImportLimits.h"
 #include "KeyImport/KeyImportError.h"
 #include "KeyImport/OpenSSHCipher.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "KeyImport/KeyImportError.h"
 #include "KeyImport/ObjectIdentifiers.h"
 

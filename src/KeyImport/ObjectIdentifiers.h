@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane::oid {
 

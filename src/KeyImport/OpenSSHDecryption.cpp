@@ -2,7 +2,7 @@
 #include "Crypto/AESCTR.h"
 #include "Crypto/AESGCM.h"
 #include "Crypto/CBC.h"
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 #include "KeyImport/KeyImporter.h"
 
 namespace quorvane::KeyImporter {

@@ -2,7 +2,7 @@
 #include <optional>
 #include <string>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "KeyImport/KeyImporter.h"
 #include "KeyImport/TextScanning.h"
 

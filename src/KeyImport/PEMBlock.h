@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "Crypto/CBC.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "Crypto/LegacyKeyDerivation.h"
 #include "Crypto/PBKDF2.h"
 #include "KeyImport/DERReader.h"

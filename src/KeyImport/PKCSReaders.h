@@ -4,8 +4,8 @@
 // strictly (see DERReader) and throws KeyImportError.
 #include <optional>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "KeyImport/ImportLimits.h"
 #include "KeyImport/KeyImporter.h"
 #include "KeyImport/PEMBlock.h"

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 #include "KeyImport/KeyImportError.h"
 #include "SSHWire/SignatureVerification.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "KeyImport/ImportLimits.h"
 #include "KeyStore/ImportedKey.h"
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "KeyStore/ProtectionClass.h"
 #include "SSHWire/SSHPublicKey.h"
 

@@ -7,8 +7,8 @@
 #include <openssl/obj_mac.h>
 #include <openssl/x509.h>
 
-#include "Crypto/Check.h"
-#include "Crypto/CryptoError.h"
+#include "Base/Check.h"
+#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 #include "SSHWire/SSHSignature.h"
 

@@ -3,8 +3,8 @@
 #include <memory>
 #include <optional>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "KeyStore/KeyAlgorithm.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "SSHWire/SignFlags.h"

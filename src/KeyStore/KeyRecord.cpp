@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "SSHWire/WireError.h"
 

@@ -3,12 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "KeyStore/KeyAlgorithm.h"
 #include "KeyStore/ProtectionClass.h"
-#include "Platform/Date.h"
-#include "Platform/JSONReader.h"
-#include "Platform/UUID.h"
+#include "Base/Date.h"
+#include "Base/JSONReader.h"
+#include "Base/UUID.h"
 
 namespace quorvane {
 

@@ -9,13 +9,13 @@
 #include <string_view>
 #include <vector>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "KeyStore/HardwareKeys.h"
 #include "KeyStore/ImportedKey.h"
 #include "KeyStore/KeyRecord.h"
 #include "KeyStore/SealingKeyProvider.h"
 #include "KeyStore/SecretStore.h"
-#include "Platform/Date.h"
+#include "Base/Date.h"
 #include "SSHWire/SignFlags.h"
 
 namespace quorvane {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "Platform/Keychain.h"
-#include "Platform/UUID.h"
+#include "Base/UUID.h"
 
 namespace quorvane {
 

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <utility>
 
-#include "Crypto/Random.h"
+#include "Base/Random.h"
 #include "KeyStore/KeyStoreError.h"
 
 namespace quorvane {

@@ -5,8 +5,8 @@
 #include <limits>
 #include <string>
 
-#include "Crypto/Base64.h"
-#include "Crypto/Check.h"
+#include "Base/Base64.h"
+#include "Base/Check.h"
 #include "Crypto/HMAC.h"
 #include "Platform/AtomicFile.h"
 #include "Platform/WholeFile.h"

@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "KeyStore/SealedFileError.h"
 #include "KeyStore/SealingKeyProvider.h"
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 

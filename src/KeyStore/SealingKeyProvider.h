@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

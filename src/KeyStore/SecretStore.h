@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
-#include "Platform/UUID.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
+#include "Base/UUID.h"
 
 namespace quorvane {
 

@@ -10,8 +10,8 @@
 #include <optional>
 #include <system_error>
 
-#include "Crypto/Hex.h"
-#include "Crypto/Random.h"
+#include "Base/Hex.h"
+#include "Base/Random.h"
 
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

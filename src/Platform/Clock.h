@@ -3,7 +3,7 @@
 #include <chrono>
 #include <mutex>
 
-#include "Platform/Date.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 

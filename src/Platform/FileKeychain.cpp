@@ -1,6 +1,7 @@
 #include "Platform/FileKeychain.h"
 
 #include <fcntl.h>
+#include <openssl/sha.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,8 +9,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "Crypto/Hash.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "Platform/AtomicFile.h"
 #include "Platform/KeychainItemFile.h"
 #include "Platform/Paths.h"
@@ -18,6 +18,13 @@
 namespace quorvane {
 
 namespace {
+
+// The SHA-256 of an over-long item name, which stands in for the name on disk.
+Bytes nameDigest(std::string_view name) {
+  Bytes digest(SHA256_DIGEST_LENGTH);
+  SHA256(reinterpret_cast<const unsigned char*>(name.data()), name.size(), digest.data());
+  return digest;
+}
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kItemMode = 0600;
@@ -112,7 +119,7 @@ std::filesystem::path FileKeychain::itemPath(std::string_view service,
   name.push_back(',');
   percentEncode(account, false, name);
   name += ".item";
-  if (name.size() > kReadableNameLimit) name = "~" + hexEncode(crypto::sha256(bytesOf(name)));
+  if (name.size() > kReadableNameLimit) name = "~" + hexEncode(nameDigest(name));
   return folder_ / name;
 }
 

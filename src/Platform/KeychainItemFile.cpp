@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane {
 

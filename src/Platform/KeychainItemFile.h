@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <string>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "Platform/KeychainItemError.h"
 
 namespace quorvane {

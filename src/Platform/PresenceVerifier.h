@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

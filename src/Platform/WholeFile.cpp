@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <filesystem>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Date.h"
+#include "Base/Date.h"
 #include "Policy/PolicyRequest.h"
 
 namespace quorvane {

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "Platform/Date.h"
-#include "Platform/JSONReader.h"
+#include "Base/Date.h"
+#include "Base/JSONReader.h"
 #include "Policy/RequestPurpose.h"
 
 namespace quorvane {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "Platform/Date.h"
+#include "Base/Date.h"
 #include "Policy/Decision.h"
 #include "Policy/DenialLimiter.h"
 #include "Policy/Grant.h"

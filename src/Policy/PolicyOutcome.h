@@ -4,8 +4,8 @@
 #include <utility>
 #include <variant>
 
-#include "Platform/Date.h"
-#include "Platform/UUID.h"
+#include "Base/Date.h"
+#include "Base/UUID.h"
 #include "Policy/Decision.h"
 
 namespace quorvane {

@@ -5,7 +5,7 @@
 #include <string>
 #include <variant>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 

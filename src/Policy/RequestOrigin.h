@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 #include "Policy/GitHint.h"
 
 namespace quorvane {

@@ -5,7 +5,7 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 

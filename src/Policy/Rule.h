@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "Platform/JSONReader.h"
-#include "Platform/UUID.h"
+#include "Base/JSONReader.h"
+#include "Base/UUID.h"
 #include "Policy/Decision.h"
 #include "Policy/GitHint.h"
 #include "Policy/PurposeMatch.h"

@@ -3,7 +3,7 @@
 #include <limits>
 #include <string>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 

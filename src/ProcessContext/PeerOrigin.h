@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 #include "ProcessContext/ProcessInfoEntry.h"
 
 namespace quorvane {

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <string_view>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 #include "ProcessContext/CodeSigning.h"
 #include "ProcessContext/ProcessContextError.h"
 #include "ProcessContext/ProcessRecord.h"

@@ -9,7 +9,7 @@
 #include <climits>
 #include <limits>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 #include "ProcessContext/ProcessContextError.h"
 
 namespace quorvane {

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 #include "ProcessContext/RedactionPatterns.h"
 #include "ProcessContext/UTF8Text.h"
 

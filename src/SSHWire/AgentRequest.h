@@ -4,8 +4,8 @@
 #include <string>
 #include <variant>
 
-#include "Crypto/Bytes.h"
-#include "Crypto/SecureBytes.h"
+#include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "SSHWire/SignFlags.h"
 
 namespace quorvane {

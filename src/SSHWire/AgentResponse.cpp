@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 #include "SSHWire/AgentMessageType.h"
 #include "SSHWire/Framing.h"
 #include "SSHWire/WireWriter.h"

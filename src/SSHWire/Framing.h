@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

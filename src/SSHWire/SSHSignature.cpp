@@ -1,6 +1,6 @@
 #include "SSHWire/SSHSignature.h"
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 #include "SSHWire/WireWriter.h"
 
 namespace quorvane {

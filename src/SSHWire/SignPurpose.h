@@ -4,7 +4,7 @@
 #include <string>
 #include <variant>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

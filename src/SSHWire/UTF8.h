@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 namespace quorvane {
 

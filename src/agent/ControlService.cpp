@@ -11,7 +11,7 @@
 
 #include "AgentCore/ControlProtocol.h"
 #include "AgentCore/PromptReply.h"
-#include "Platform/DecodingError.h"
+#include "Base/DecodingError.h"
 #include "Policy/WindowChoice.h"
 
 namespace quorvane {

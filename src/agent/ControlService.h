@@ -7,7 +7,7 @@
 #include "AgentCore/LocalApprover.h"
 #include "AgentCore/PresenceGate.h"
 #include "Platform/Clock.h"
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 #include "Platform/PresenceVerifier.h"
 
 namespace quorvane {

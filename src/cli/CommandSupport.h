@@ -8,7 +8,7 @@
 
 #include "AgentCore/SupportState.h"
 #include "KeyStore/KeyRecord.h"
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane::cli {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "Diagnostics/AgentUnit.h"
 #include "Diagnostics/Diagnostics.h"
 #include "Diagnostics/SystemProbes.h"

@@ -5,7 +5,7 @@
 
 #include "ConfigKit/GitConfigBefore.h"
 #include "ConfigKit/GitSigningSetup.h"
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Platform/AtomicFile.h"
 #include "Platform/Clock.h"
 #include "Platform/Paths.h"

@@ -1,7 +1,7 @@
 #include <iostream>
 #include <map>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "KeyStore/KeyStoreError.h"
 #include "Platform/Clock.h"
 #include "SSHWire/SSHPublicKey.h"

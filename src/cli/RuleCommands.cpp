@@ -3,7 +3,7 @@
 #include <iostream>
 #include <optional>
 
-#include "Platform/DecodingError.h"
+#include "Base/DecodingError.h"
 #include "RulesModel/RuleTemplates.h"
 #include "RulesModel/RuleVocabulary.h"
 #include "SSHWire/SSHPublicKey.h"

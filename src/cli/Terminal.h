@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 #include "Platform/PresenceVerifier.h"
 
 namespace quorvane::cli {

@@ -2,7 +2,7 @@
 
 #include "ActivityStoreTestSupport.h"
 #include "Crypto/Hash.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 
 namespace quorvane {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "AgentCore/KnownHosts.h"
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "support/TestSupport.h"
 
 namespace quorvane {

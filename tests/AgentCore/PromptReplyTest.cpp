@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "AgentCore/PromptReply.h"
-#include "Platform/DecodingError.h"
+#include "Base/DecodingError.h"
 
 namespace quorvane {
 namespace {

@@ -4,7 +4,7 @@
 #include "ApprovalProto/Envelope.h"
 #include "ApprovalProto/SoftwareSigner.h"
 #include "ApprovalTestSupport.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "Crypto/SignatureVerification.h"
 #include "support/TestSupport.h"
 

@@ -3,7 +3,7 @@
 
 #include "Crypto/AESCTR.h"
 #include "Crypto/CBC.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::crypto {

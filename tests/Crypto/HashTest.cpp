@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Crypto/Hash.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::crypto {

@@ -5,7 +5,7 @@
 
 #include "Crypto/BcryptPBKDF.h"
 #include "Crypto/Blowfish.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "Crypto/LegacyKeyDerivation.h"
 #include "Crypto/PBKDF2.h"
 #include "support/TestSupport.h"

@@ -4,7 +4,7 @@
 #include "Crypto/DigestContext.h"
 #include "Crypto/HMAC.h"
 #include "Crypto/HMACContext.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::crypto {

@@ -10,7 +10,7 @@
 #include <cstdio>
 
 #include "Crypto/MLKEM768.h"
-#include "Crypto/Random.h"
+#include "Base/Random.h"
 
 #if __has_include(<valgrind/memcheck.h>)
 #include <valgrind/memcheck.h>

@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "KeyStore/InMemorySecretStore.h"
 #include "KeyStore/KeyStore.h"
 #include "SSHWire/SignatureVerification.h"

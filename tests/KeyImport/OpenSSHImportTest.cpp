@@ -6,9 +6,9 @@
 #include <sstream>
 #include <nlohmann/json.hpp>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Crypto/Hash.h"
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "ImportTestSupport.h"
 #include "SSHWire/WireReader.h"
 #include "SSHWire/WireWriter.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "KeyStore/ImportedKey.h"
 #include "SSHWire/SignatureVerification.h"
 #include "SSHWire/WireReader.h"

@@ -7,8 +7,8 @@
 #include <memory>
 #include <system_error>
 
-#include "Crypto/Base64.h"
-#include "Crypto/Random.h"
+#include "Base/Base64.h"
+#include "Base/Random.h"
 #include "KeyStore/FixedSealingKey.h"
 #include "KeyStore/InMemorySecretStore.h"
 #include "KeyStore/KeyStore.h"

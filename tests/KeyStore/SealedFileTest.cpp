@@ -15,10 +15,10 @@
 #include <sstream>
 #include <thread>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Crypto/HMAC.h"
-#include "Crypto/Hex.h"
-#include "Crypto/Random.h"
+#include "Base/Hex.h"
+#include "Base/Random.h"
 #include "KeyStore/FixedSealingKey.h"
 #include "KeyStore/KeyStoreError.h"
 #include "KeyStore/KeychainSealingKey.h"

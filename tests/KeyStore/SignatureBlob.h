@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "SSHWire/WireReader.h"
 
 namespace quorvane::testing {

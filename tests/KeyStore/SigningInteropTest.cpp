@@ -9,7 +9,7 @@
 #include <map>
 #include <memory>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Crypto/Hash.h"
 #include "KeyStore/InMemorySecretStore.h"
 #include "KeyStore/KeyStore.h"

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "SSHWire/SSHSignature.h"
 #include "SSHWire/WireError.h"

@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "Crypto/Hash.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "SSHWire/SignPurpose.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 #include "support/PAMServices.h"
 #include "support/TestSupport.h"
 

@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 #include "SSHWire/WireReader.h"
 #include "SSHWire/WireWriter.h"
 

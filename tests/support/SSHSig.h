@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane::testing {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 #include "SSHWire/SSHKeyType.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "SSHWire/SignFlags.h"

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 
 namespace quorvane::testing {
 

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::testing {

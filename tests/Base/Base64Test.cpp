@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 
 namespace quorvane {
 namespace {

@@ -1,4 +1,4 @@
-#include "Crypto/Base64.h"
+#include "Base/Base64.h"
 
 #include <array>
 

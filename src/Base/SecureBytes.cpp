@@ -1,4 +1,4 @@
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 #include <openssl/crypto.h>
 

@@ -1,4 +1,4 @@
-#include "Platform/Date.h"
+#include "Base/Date.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "Crypto/Check.h"
+#include "Base/Check.h"
 
 #include <cstdio>
 #include <cstdlib>

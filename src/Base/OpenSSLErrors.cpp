@@ -1,4 +1,4 @@
-#include "Crypto/OpenSSLHandles.h"
+#include "Base/OpenSSLErrors.h"
 
 #include <openssl/err.h>
 

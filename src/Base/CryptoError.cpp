@@ -1,6 +1,6 @@
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 
-#include "Crypto/OpenSSLHandles.h"
+#include "Base/OpenSSLErrors.h"
 
 namespace quorvane {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <span>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane::crypto {
 

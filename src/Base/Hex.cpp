@@ -1,4 +1,4 @@
-#include "Crypto/Hex.h"
+#include "Base/Hex.h"
 
 namespace quorvane {
 

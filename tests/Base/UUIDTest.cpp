@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "Platform/UUID.h"
+#include "Base/UUID.h"
 
 namespace quorvane {
 namespace {

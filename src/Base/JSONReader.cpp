@@ -1,4 +1,4 @@
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 #include <limits>
 

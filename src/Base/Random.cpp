@@ -1,10 +1,10 @@
-#include "Crypto/Random.h"
+#include "Base/Random.h"
 
 #include <openssl/rand.h>
 
 #include <climits>
 
-#include "Crypto/CryptoError.h"
+#include "Base/CryptoError.h"
 
 namespace quorvane::crypto {
 

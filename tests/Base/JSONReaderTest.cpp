@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Platform/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace quorvane {
 namespace {

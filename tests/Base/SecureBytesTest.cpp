@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Crypto/SecureBytes.h"
+#include "Base/SecureBytes.h"
 
 namespace quorvane {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "Crypto/Bytes.h"
+#include "Base/Bytes.h"
 
 namespace quorvane {
 

@@ -1,10 +1,10 @@
-#include "Platform/UUID.h"
+#include "Base/UUID.h"
 
 #include <algorithm>
 #include <cctype>
 
-#include "Crypto/Hex.h"
-#include "Crypto/Random.h"
+#include "Base/Hex.h"
+#include "Base/Random.h"
 
 namespace quorvane {
 

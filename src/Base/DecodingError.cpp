@@ -1,4 +1,4 @@
-#include "Platform/DecodingError.h"
+#include "Base/DecodingError.h"
 
 #include <utility>
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "Platform/Date.h"
+#include "Base/Date.h"
 
 namespace quorvane {
 namespace {

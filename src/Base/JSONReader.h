@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Date.h"
-#include "Platform/DecodingError.h"
-#include "Platform/UUID.h"
+#include "Base/Date.h"
+#include "Base/DecodingError.h"
+#include "Base/UUID.h"
 
 namespace quorvane {
 
