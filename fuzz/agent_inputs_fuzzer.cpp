@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "AgentCore/Announcement.h"
-#include "AgentCore/KnownHosts.h"
-#include "AgentCore/OriginBuilder.h"
+#include "AgentEngine/Announcement.h"
+#include "AgentEngine/KnownHosts.h"
+#include "AgentEngine/OriginBuilder.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace quorvane;

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "AgentCore/PromptReply.h"
+#include "ControlProtocol/PromptReply.h"
 #include "Base/DecodingError.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

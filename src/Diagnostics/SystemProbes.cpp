@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "AgentCore/PresenceSetting.h"
-#include "AgentCore/SupportState.h"
+#include "AgentState/PresenceSetting.h"
+#include "AgentState/SupportState.h"
 #include "Diagnostics/AgentUnit.h"
 #include "Diagnostics/ProbeParsing.h"
 #include "KeyStore/KeychainSecretStore.h"

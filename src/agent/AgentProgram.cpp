@@ -8,16 +8,16 @@
 #include <stdexcept>
 #include <thread>
 
-#include "AgentCore/Agent.h"
-#include "AgentCore/AgentConnection.h"
-#include "AgentCore/ControlProtocol.h"
-#include "AgentCore/KnownHosts.h"
-#include "AgentCore/LocalApprover.h"
-#include "AgentCore/OriginBuilder.h"
-#include "AgentCore/PresenceGate.h"
-#include "AgentCore/PresenceSetting.h"
-#include "AgentCore/RemotePause.h"
-#include "AgentCore/SupportState.h"
+#include "AgentEngine/Agent.h"
+#include "AgentEngine/AgentConnection.h"
+#include "ControlProtocol/SocketPaths.h"
+#include "AgentEngine/KnownHosts.h"
+#include "AgentEngine/LocalApprover.h"
+#include "AgentEngine/OriginBuilder.h"
+#include "AgentEngine/PresenceGate.h"
+#include "AgentState/PresenceSetting.h"
+#include "AgentState/RemotePause.h"
+#include "AgentState/SupportState.h"
 #include "Platform/PAMPresenceVerifier.h"
 #include "Platform/Paths.h"
 #include "ProcessContext/ProcessChain.h"
@@ -27,6 +27,9 @@
 #include "agent/DaemonError.h"
 #include "agent/FrameIO.h"
 #include "agent/HangupWatch.h"
+#include "AgentState/RulesFile.h"
+#include "AgentState/SealedHostPinStore.h"
+#include "AgentState/KeychainLockStore.h"
 
 namespace quorvane {
 namespace {
@@ -42,6 +45,7 @@ struct RunningAgent {
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   AnnouncementBoard announcements;
   AncestorCache ancestors;
+  std::shared_ptr<SealedHostPinStore> pins = std::make_shared<SealedHostPinStore>(support);
   std::unique_ptr<Agent> agent;
   std::unique_ptr<PresenceGate> presence;
 
@@ -57,20 +61,21 @@ struct RunningAgent {
                            log,
                            std::make_shared<KnownHostsResolver>(std::vector<std::filesystem::path>{
                                homeFolder() / ".ssh" / "known_hosts"}),
-                           std::make_shared<SealedHostPinStore>(support),
+                           pins,
                            std::make_shared<KeychainLockStore>(support.keychain),
                            clock};
     agent = std::make_unique<Agent>(std::move(services), PolicyEngine{});
     reload();
   }
 
-  // Re-reads keys and rules. A rules file that was tampered with counts as no rules.
+  // Re-reads keys, rules and host pins. A rules file that was tampered with counts as no rules.
   void reload() {
     try {
       keys->reload();
     } catch (const std::exception& error) {
       say(std::string("keys.json could not be read: ") + error.what());
     }
+    pins->reload();
     RulesFile rules = RulesFile::read(support);
     if (rules.state == RulesFile::State::tampered)
       say("rules.json was changed outside Quorvane and is ignored; every request asks");

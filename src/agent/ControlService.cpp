@@ -9,8 +9,9 @@
 #include <cstring>
 #include <mutex>
 
-#include "AgentCore/ControlProtocol.h"
-#include "AgentCore/PromptReply.h"
+#include "ControlProtocol/ControlMessages.h"
+#include "ControlProtocol/ControlLineIO.h"
+#include "ControlProtocol/PromptReply.h"
 #include "Base/DecodingError.h"
 #include "Policy/WindowChoice.h"
 

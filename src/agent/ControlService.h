@@ -3,9 +3,9 @@
 #include <functional>
 #include <stop_token>
 
-#include "AgentCore/Agent.h"
-#include "AgentCore/LocalApprover.h"
-#include "AgentCore/PresenceGate.h"
+#include "AgentEngine/Agent.h"
+#include "AgentEngine/LocalApprover.h"
+#include "AgentEngine/PresenceGate.h"
 #include "Platform/Clock.h"
 #include "Base/JSONReader.h"
 #include "Platform/PresenceVerifier.h"

@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "AgentCore/ControlProtocol.h"
+#include "ControlProtocol/ControlLineIO.h"
 #include "SSHWire/Framing.h"
 #include "SSHWire/WireError.h"
 

@@ -6,7 +6,7 @@
 #include <stop_token>
 #include <thread>
 
-#include "AgentCore/ClientWatch.h"
+#include "AgentEngine/ClientWatch.h"
 
 namespace quorvane {
 

@@ -3,7 +3,8 @@
 #include <iostream>
 #include <map>
 
-#include "AgentCore/ControlProtocol.h"
+#include "ControlProtocol/ControlMessages.h"
+#include "ControlProtocol/ControlClient.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"

@@ -2,7 +2,8 @@
 
 #include <iostream>
 
-#include "AgentCore/ControlProtocol.h"
+#include "ControlProtocol/ControlMessages.h"
+#include "ControlProtocol/ControlClient.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "cli/Terminal.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "AgentCore/SupportState.h"
+#include "AgentState/SupportState.h"
 #include "KeyStore/KeyRecord.h"
 #include "Base/JSONReader.h"
 

@@ -1,7 +1,8 @@
 #include <iostream>
 
-#include "AgentCore/ControlProtocol.h"
-#include "AgentCore/RemotePause.h"
+#include "ControlProtocol/ControlMessages.h"
+#include "ControlProtocol/ControlClient.h"
+#include "AgentState/RemotePause.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 

@@ -9,6 +9,7 @@
 #include "SSHWire/SSHPublicKey.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
+#include "AgentState/RulesFile.h"
 
 namespace quorvane::cli {
 namespace {

@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "AgentCore/ControlProtocol.h"
+#include "ControlProtocol/SocketPaths.h"
 #include "ConfigKit/ConfigKitError.h"
 #include "ConfigKit/LineDiff.h"
 #include "ConfigKit/SSHConfigEditor.h"

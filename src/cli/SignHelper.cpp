@@ -8,7 +8,7 @@
 #include <exception>
 #include <vector>
 
-#include "AgentCore/ControlProtocol.h"
+#include "ControlProtocol/SocketPaths.h"
 
 int main(int argc, char** argv) {
   try {

@@ -5,9 +5,10 @@
 #include <thread>
 
 #include "ActivityModel/InMemoryActivityLog.h"
-#include "AgentCore/ControlProtocol.h"
-#include "AgentCore/PresenceSetting.h"
-#include "AgentCore/RemotePause.h"
+#include "ControlProtocol/ControlLineIO.h"
+#include "ControlProtocol/ControlClient.h"
+#include "AgentState/PresenceSetting.h"
+#include "AgentState/RemotePause.h"
 #include "KeyStore/ImportedKey.h"
 #include "KeyStore/InMemorySecretStore.h"
 #include "KeyStore/KeychainSealingKey.h"
@@ -21,6 +22,7 @@
 #include "KeyStore/SignatureBlob.h"
 #include "KeyStore/SoftwareHardwareKeys.h"
 #include "support/PAMServices.h"
+#include "AgentState/InMemoryLockStore.h"
 
 namespace quorvane {
 namespace {

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ActivityModel/ActivityLog.h"
+#include "AgentEngine/Approval.h"
+#include "AgentEngine/ClientWatch.h"
+#include "AgentEngine/HostNameResolver.h"
+#include "AgentState/HostPinStore.h"
+#include "AgentState/LockStore.h"
+#include "KeyStore/KeyStore.h"
+#include "Platform/Clock.h"
+#include "Policy/PolicyEngine.h"
+#include "SSHWire/AgentResponse.h"
+#include "SSHWire/ConnectionBindings.h"
+#include "SSHWire/SignPurpose.h"
+
+namespace quorvane {
+
+// The services the agent uses. `hosts`, `pins` and `lockStore` may be null.
+struct AgentServices {
+  std::shared_ptr<KeyStore> keys;
+  std::shared_ptr<Approver> approver;
+  std::shared_ptr<ActivityLog> log;
+  std::shared_ptr<HostNameResolver> hosts;
+  std::shared_ptr<HostPinStore> pins;
+  std::shared_ptr<LockStore> lockStore;
+  std::shared_ptr<Clock> clock;
+};
+
+// One sign request as a connection hands it to the agent.
+struct SignInput {
+  Bytes keyBlob;
+  Bytes data;
+  SignFlags flags;
+  SignPurpose purpose;
+  // What the connection's session bindings say about a login's host; ignored for other purposes.
+  ConnectionBindings::HostVerdict verdict{ConnectionBindings::HostVerdict::Unbound{}};
+  RequestOrigin origin;
+  // The host that the client's own command line names, when it can be seen.
+  std::optional<std::string> claimedHost;
+};
+
+// The agent's shared state: keys, policy, approvals in flight, lock state. One per agent process;
+// every connection thread calls into it. One mutex guards the state and is held only for lookups
+// and updates, never while signing, logging or waiting for an approval.
+class Agent {
+ public:
+  // Composes the reason shown when the user is asked: (key, purpose, origin, host display).
+  using ReasonFormatter = std::function<std::string(const KeyRecord&, const RequestPurpose&,
+                                                    const RequestOrigin&,
+                                                    const std::optional<std::string>&)>;
+
+  // At most this many approval requests wait for one key at a time.
+  static constexpr int kMaxPendingPerKey = 3;
+
+  // Starts locked when the lock store says so.
+  Agent(AgentServices services, PolicyEngine policy);
+
+  // Every key in stored order as (public key blob, name).
+  std::vector<AgentResponse::Identity> identities() const;
+
+  // Locks: signatures are refused until `unlock`, approvals in flight end, windows are revoked.
+  void lock();
+  // Unlocks; only the application (through the control socket) does this, never an SSH client.
+  void unlock();
+  bool isLocked() const;
+
+  // Replaces the rules (after a reload); approvals in flight end as "rule changed while waiting".
+  void replaceRules(std::vector<Rule> rules);
+  // Ends every approval window at once.
+  void revokeWindows();
+  void setRemoteApprovalAvailable(bool available);
+  uint64_t epoch() const;
+
+  // The sign path: decides, maybe asks the approver (honouring `watch`), signs, and writes exactly
+  // one activity entry. Returns the signature blob, or nothing for any refusal.
+  std::optional<Bytes> sign(const SignInput& input, ClientWatch& watch);
+
+  void setReasonFormatter(ReasonFormatter formatter);
+
+ private:
+  struct ContextWindow {
+    std::shared_ptr<const AuthContext> context;
+    Date until;
+  };
+
+  // Sets `locked` and raises the epoch; REQUIRES: mutex_ held.
+  void lockLocked();
+
+  const AgentServices services_;
+
+  mutable std::mutex mutex_;
+  // All guarded by mutex_.
+  PolicyEngine policy_;
+  uint64_t epoch_ = 0;
+  // Raised by every lock, so that a wait can tell a lock from another reason the epoch moved.
+  uint64_t lockGeneration_ = 0;
+  std::map<UUID, int> pending_;  // by key record id
+  bool locked_ = false;
+  bool remoteApprovalAvailable_ = false;
+  std::map<std::string, ContextWindow> contexts_;
+  ReasonFormatter reasonFormatter_;
+};
+
+}  // namespace quorvane

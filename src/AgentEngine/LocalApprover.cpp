@@ -1,0 +1,84 @@
+#include "AgentEngine/LocalApprover.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace quorvane {
+
+LocalApprover::LocalApprover(Clock& clock) : clock_(clock) {}
+
+void LocalApprover::notify(const Event& event) {
+  std::vector<Listener> listeners;
+  {
+    std::lock_guard lock(listenersMutex_);
+    for (const auto& [token, listener] : listeners_) listeners.push_back(listener);
+  }
+  for (const auto& listener : listeners) listener(event);
+}
+
+ApprovalResult LocalApprover::requestApproval(const ApprovalRequest& request,
+                                              std::stop_token stop) {
+  const double remaining = request.expiresAt.secondsSince(clock_.now());
+  const auto deadline = std::chrono::steady_clock::now() +
+                        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                            std::chrono::duration<double>(std::max(remaining, 0.0)));
+  {
+    std::lock_guard lock(mutex_);
+    waiting_.insert_or_assign(request.id, Waiting{request, std::nullopt, nextOrder_++});
+  }
+  notify({request.id, request});
+
+  ApprovalResult result{ApprovalResult::Expired{}};
+  {
+    std::unique_lock lock(mutex_);
+    bool done = answered_.wait_until(lock, stop, deadline,
+                                     [&] { return waiting_.at(request.id).result.has_value(); });
+    if (done)
+      result = *waiting_.at(request.id).result;
+    else if (stop.stop_requested())
+      result = {ApprovalResult::Cancelled{}};
+    waiting_.erase(request.id);
+  }
+  notify({request.id, std::nullopt});
+  return result;
+}
+
+std::vector<ApprovalRequest> LocalApprover::pending() const {
+  std::lock_guard lock(mutex_);
+  std::vector<const Waiting*> ordered;
+  for (const auto& [id, waiting] : waiting_)
+    if (!waiting.result) ordered.push_back(&waiting);
+  std::ranges::sort(ordered, {}, &Waiting::order);
+  std::vector<ApprovalRequest> requests;
+  for (const Waiting* waiting : ordered) requests.push_back(waiting->request);
+  return requests;
+}
+
+std::optional<ApprovalRequest> LocalApprover::find(const UUID& id) const {
+  std::lock_guard lock(mutex_);
+  auto found = waiting_.find(id);
+  if (found == waiting_.end() || found->second.result) return std::nullopt;
+  return found->second.request;
+}
+
+bool LocalApprover::answer(const UUID& id, ApprovalResult result) {
+  std::lock_guard lock(mutex_);
+  auto found = waiting_.find(id);
+  if (found == waiting_.end() || found->second.result) return false;
+  found->second.result = std::move(result);
+  answered_.notify_all();
+  return true;
+}
+
+int LocalApprover::subscribe(Listener listener) {
+  std::lock_guard lock(listenersMutex_);
+  listeners_.emplace(nextListener_, std::move(listener));
+  return nextListener_++;
+}
+
+void LocalApprover::unsubscribe(int token) {
+  std::lock_guard lock(listenersMutex_);
+  listeners_.erase(token);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "AgentEngine/Approval.h"
+#include "Platform/Clock.h"
+
+namespace quorvane {
+
+// Approval on this machine: each request is published to the frontends that watch (a terminal
+// prompt, `quorvane approve`) and waits for the first answer, for its expiry, or for its stop
+// token. Safe to use from many threads.
+class LocalApprover final : public Approver {
+ public:
+  // A request appeared (`request` set) or ended (`request` empty).
+  struct Event {
+    UUID id;
+    std::optional<ApprovalRequest> request;
+  };
+  using Listener = std::function<void(const Event&)>;
+
+  explicit LocalApprover(Clock& clock);
+
+  ApprovalResult requestApproval(const ApprovalRequest& request, std::stop_token stop) override;
+
+  // The requests waiting now, oldest first.
+  std::vector<ApprovalRequest> pending() const;
+  std::optional<ApprovalRequest> find(const UUID& id) const;
+  // Answers a waiting request. False when no request with this id waits (already answered,
+  // expired, or never existed): the first answer wins.
+  bool answer(const UUID& id, ApprovalResult result);
+
+  // Listeners are called without the lock held, from the thread that changes the board.
+  int subscribe(Listener listener);
+  void unsubscribe(int token);
+
+ private:
+  struct Waiting {
+    ApprovalRequest request;
+    std::optional<ApprovalResult> result;
+    uint64_t order = 0;
+  };
+  void notify(const Event& event);
+
+  Clock& clock_;
+  mutable std::mutex mutex_;
+  std::condition_variable_any answered_;
+  std::map<UUID, Waiting> waiting_;  // guarded by mutex_
+  uint64_t nextOrder_ = 0;           // guarded by mutex_
+  std::mutex listenersMutex_;
+  std::map<int, Listener> listeners_;  // guarded by listenersMutex_
+  int nextListener_ = 0;               // guarded by listenersMutex_
+};
+
+}  // namespace quorvane

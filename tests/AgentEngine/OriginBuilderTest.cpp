@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+
+#include "AgentEngine/OriginBuilder.h"
+
+namespace quorvane {
+namespace {
+
+TEST(OriginBuilder, FindsTheHostAnSSHCommandLineNames) {
+  struct Case {
+    std::vector<std::string> arguments;
+    std::optional<std::string> host;
+  };
+  const Case cases[] = {
+      {{"ssh", "github.com"}, "github.com"},
+      {{"ssh", "-o", "SendEnv=GIT_PROTOCOL", "git@GitHub.com", "git-upload-pack 'a/b'"},
+       "github.com"},
+      {{"ssh", "-p", "2222", "-A", "me@build"}, "[build]:2222"},
+      {{"ssh", "-p2222", "build"}, "[build]:2222"},
+      {{"ssh", "-oPort=22", "build"}, "build"},
+      {{"ssh", "-vvi", "/k", "build", "uptime"}, "build"},
+      {{"ssh", "ssh://git@host.example:7999/repo"}, "[host.example]:7999"},
+      {{"ssh", "--", "host"}, "host"},
+      {{"ssh", "-l", "me"}, std::nullopt},
+  };
+  for (const Case& c : cases) EXPECT_EQ(sshDestinationHost(c.arguments), c.host) << c.arguments[1];
+}
+
+TEST(OriginBuilder, TakesThePushHintBeforeTheFetchHint) {
+  EXPECT_EQ(gitHintFromArguments({"ssh", "h", "git-upload-pack 'r'"}), GitHint::fetch);
+  EXPECT_EQ(gitHintFromArguments({"ssh", "h", "git-upload-archive", "git-receive-pack"}),
+            GitHint::push);
+  EXPECT_EQ(gitHintFromArguments({"ssh", "h", "uptime"}), std::nullopt);
+}
+
+ProcessInfoEntry process(std::string path, std::vector<std::string> arguments = {},
+                         bool verified = true) {
+  ProcessInfoEntry entry;
+  entry.path = path;
+  entry.name = path.substr(path.rfind('/') + 1);
+  entry.arguments = std::move(arguments);
+  entry.signatureValid = verified;
+  if (verified) {
+    entry.signingIdentifier = path;
+    entry.teamIdentifier = "system";
+    entry.appleSigned = true;
+  }
+  return entry;
+}
+
+TEST(OriginBuilder, ChoosesTheAppTheUserRecognises) {
+  PeerOrigin peer;
+  peer.chain = {process("/usr/bin/ssh", {"ssh", "git@github.com", "git-receive-pack 'x'"}),
+                process("/usr/bin/git"), process("/usr/bin/bash"),
+                process("/usr/bin/gnome-terminal-server"), process("/usr/lib/systemd/systemd")};
+  peer.chain[0].workingDirectory = "/home/me/src";
+  RequestOrigin origin = buildRequestOrigin(peer);
+  EXPECT_EQ(origin.appName, "gnome-terminal-server");
+  EXPECT_EQ(origin.appTeamID, "system");
+  EXPECT_EQ(origin.chainPaths.size(), 4u);
+  EXPECT_EQ(origin.workingDirectory, "/home/me/src");
+  EXPECT_EQ(origin.gitHint, GitHint::push);
+  EXPECT_EQ(claimedHostOf(peer), "github.com");
+
+  // A coding agent run by node (an interpreter, so unverified) is named from the table.
+  peer.chain.insert(peer.chain.begin() + 2,
+                    process("/usr/bin/node", {"node", "/opt/@openai/codex/bin/codex.js"}, false));
+  origin = buildRequestOrigin(peer);
+  EXPECT_EQ(origin.appName, "Codex");
+  EXPECT_EQ(origin.appTeamID, std::nullopt);
+  EXPECT_EQ(origin.unsignedPrograms, std::vector<std::string>{"/usr/bin/node"});
+
+  EXPECT_EQ(buildRequestOrigin(PeerOrigin{}).appName, "unknown");
+}
+
+}  // namespace
+}  // namespace quorvane
