@@ -13,6 +13,8 @@
 #include "AgentEngine/Approval.h"
 #include "AgentEngine/ClientWatch.h"
 #include "AgentEngine/HostNameResolver.h"
+#include "AgentEngine/SignAttempt.h"
+#include "AgentEngine/SignInput.h"
 #include "AgentState/HostPinStore.h"
 #include "AgentState/LockStore.h"
 #include "KeyStore/KeyStore.h"
@@ -33,19 +35,6 @@ struct AgentServices {
   std::shared_ptr<HostPinStore> pins;
   std::shared_ptr<LockStore> lockStore;
   std::shared_ptr<Clock> clock;
-};
-
-// One sign request as a connection hands it to the agent.
-struct SignInput {
-  Bytes keyBlob;
-  Bytes data;
-  SignFlags flags;
-  SignPurpose purpose;
-  // What the connection's session bindings say about a login's host; ignored for other purposes.
-  ConnectionBindings::HostVerdict verdict{ConnectionBindings::HostVerdict::Unbound{}};
-  RequestOrigin origin;
-  // The host that the client's own command line names, when it can be seen.
-  std::optional<std::string> claimedHost;
 };
 
 // The agent's shared state: keys, policy, approvals in flight, lock state. One per agent process;
@@ -94,6 +83,35 @@ class Agent {
 
   // Sets `locked` and raises the epoch; REQUIRES: mutex_ held.
   void lockLocked();
+
+  // The policy's verdict on one request, with what the wait after it needs to know; taken in
+  // one hold of the mutex.
+  struct Verdict {
+    PolicyOutcome outcome;
+    // What the agent acts on: the policy's decision, except that a key whose protection asks for
+    // the user's presence at every signature is never allowed without a live context and never
+    // sent to paired devices.
+    Decision acted = Decision::deny;
+    bool locked = false;
+    bool tooManyPending = false;
+    uint64_t epoch = 0;
+    uint64_t lockGeneration = 0;
+    std::shared_ptr<const AuthContext> context;  // a live window's, for a grant
+    ReasonFormatter formatter;
+  };
+
+  // The steps of the sign path, in order. Each refusing step records why in the attempt's entry
+  // and returns nothing (or false); `sign` writes that entry once, at the end.
+  bool describe(SignAttempt& attempt) const;
+  bool passesFixedChecks(SignAttempt& attempt) const;
+  std::optional<Bytes> decideAndSign(SignAttempt& attempt, ClientWatch& watch);
+  Verdict decide(const SignAttempt& attempt, const PolicyRequest& request);
+  ApprovalResult waitForApproval(const SignAttempt& attempt, const Verdict& verdict,
+                                 ClientWatch& watch);
+  bool settleAfterWait(SignAttempt& attempt, const Verdict& verdict, const PolicyRequest& request,
+                       const ApprovalResult& result, ClientWatch& watch);
+  std::optional<Bytes> signAndPin(SignAttempt& attempt);
+  void record(const ActivityEntry& entry);
 
   const AgentServices services_;
 

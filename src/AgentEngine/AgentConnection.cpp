@@ -18,14 +18,24 @@ AgentConnection::AgentConnection(Agent& agent, AnnouncementBoard& announcements,
       peer_(peer) {}
 
 AgentResponse AgentConnection::handle(ByteView body, ClientWatch& watch) {
-  if (auto announcement = parseAnnouncement(body, clock_.now())) {
+  AgentRequest request;
+  try {
+    request = AgentRequest::parse(body);
+  } catch (const WireError&) {
+    return AgentResponse::failure();
+  }
+  return dispatch(request, watch);
+}
+
+// Every extension the agent knows, in one place. An announcement that does not parse is answered
+// as an unknown extension.
+AgentResponse AgentConnection::handleExtension(const std::string& name, ByteView contents) {
+  if (name == kAnnounceExtension) {
+    auto announcement = parseAnnouncementContents(contents, clock_.now());
+    if (!announcement) return AgentResponse::extensionFailure();
     announcements_.record(peer_, std::move(*announcement));
     return AgentResponse::success();
   }
-  return dispatch(body, watch);
-}
-
-AgentResponse AgentConnection::handleExtension(const std::string& name, ByteView contents) {
   if (name == kSessionBindExtension) {
     try {
       bindings_.record(SessionBind::parse(contents));
@@ -38,14 +48,7 @@ AgentResponse AgentConnection::handleExtension(const std::string& name, ByteView
   return AgentResponse::extensionFailure();
 }
 
-AgentResponse AgentConnection::dispatch(ByteView body, ClientWatch& watch) {
-  AgentRequest request;
-  try {
-    request = AgentRequest::parse(body);
-  } catch (const WireError&) {
-    return AgentResponse::failure();
-  }
-
+AgentResponse AgentConnection::dispatch(const AgentRequest& request, ClientWatch& watch) {
   if (std::holds_alternative<AgentRequest::RequestIdentities>(request.value))
     return {AgentResponse::Identities{agent_.identities()}};
   if (std::holds_alternative<AgentRequest::Lock>(request.value)) {

@@ -6,6 +6,7 @@
 #include "AgentEngine/Agent.h"
 #include "AgentEngine/Announcement.h"
 #include "AgentEngine/ClientWatch.h"
+#include "SSHWire/AgentRequest.h"
 #include "SSHWire/AgentResponse.h"
 #include "SSHWire/ConnectionBindings.h"
 
@@ -19,14 +20,14 @@ class AgentConnection {
                   RequestOrigin origin, std::optional<std::string> claimedHost,
                   ProcessInstance peer);
 
-  // One message body in, one answer out. Announcements are recorded and answered with success;
-  // everything else is dispatched as an agent request. Never throws for bad input.
+  // One message body in, one answer out: the body is parsed once as an agent request and
+  // dispatched; announcements are recorded and answered with success. Never throws for bad input.
   AgentResponse handle(ByteView body, ClientWatch& watch);
 
   const RequestOrigin& origin() const { return origin_; }
 
  private:
-  AgentResponse dispatch(ByteView body, ClientWatch& watch);
+  AgentResponse dispatch(const AgentRequest& request, ClientWatch& watch);
   AgentResponse handleExtension(const std::string& name, ByteView contents);
 
   Agent& agent_;

@@ -13,6 +13,15 @@ std::optional<Announcement> parseAnnouncement(ByteView body, Date now) {
     WireReader reader(body);
     if (reader.readByte() != static_cast<uint8_t>(AgentMessageType::extension)) return std::nullopt;
     if (textOf(reader.readStringView()) != kAnnounceExtension) return std::nullopt;
+    return parseAnnouncementContents(reader.readRest(), now);
+  } catch (const WireError&) {
+    return std::nullopt;
+  }
+}
+
+std::optional<Announcement> parseAnnouncementContents(ByteView contents, Date now) {
+  try {
+    WireReader reader(contents);
     std::string reason = reader.readUTF8String();
     uint32_t seconds = reader.readUInt32();
     reader.expectEnd();

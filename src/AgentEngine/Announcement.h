@@ -36,6 +36,8 @@ struct Announcement {
 // one: nothing is returned and the body is handled as an ordinary request. `now` sets `expires`:
 // the named duration (at most a day) or ten minutes.
 std::optional<Announcement> parseAnnouncement(ByteView body, Date now);
+// The same for what follows the extension's name: string reason, uint32 seconds, and nothing after.
+std::optional<Announcement> parseAnnouncementContents(ByteView contents, Date now);
 
 // One process instance: its pid and its start time, so a reused pid does not inherit a claim.
 struct ProcessInstance {

@@ -139,11 +139,14 @@ KeyRecord KeyStore::generate(KeyAlgorithm algorithm, std::string name, Date now,
   return add(ImportedKey::generate(algorithm, rsaBits), std::move(name), now);
 }
 
+bool KeyStore::refusesSHA1(const KeyRecord& record, SignFlags flags) {
+  return record.algorithm == KeyAlgorithm::rsa && !signatureAlgorithm(SSHKeyType::rsa, flags);
+}
+
 Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) const {
   if (record.protection == ProtectionClass::imported) {
     const ImportedKey key = signingKey(record);
-    if (record.algorithm == KeyAlgorithm::rsa && !signatureAlgorithm(SSHKeyType::rsa, flags))
-      throw KeyStoreError::rsaSHA1Refused();
+    if (refusesSHA1(record, flags)) throw KeyStoreError::rsaSHA1Refused();
     return key.sign(data, flags);
   }
 

@@ -78,6 +78,10 @@ class KeyStore {
   // Enclave")), and secureEnclaveUnavailable without a back end.
   Bytes sign(const KeyRecord& record, ByteView data, SignFlags flags) const;
 
+  // Whether `sign` refuses these flags for this key whatever else holds: an RSA signature
+  // without a SHA-2 flag would be made with SHA-1.
+  static bool refusesSHA1(const KeyRecord& record, SignFlags flags);
+
   // Deletes the record's secret, then the record. If the list cannot be saved after the secret is
   // gone, the record stays listed and signing with it fails with keyMissing; removing it again
   // finishes the job. Unknown id: unknownKey.
