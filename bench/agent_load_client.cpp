@@ -113,7 +113,8 @@ int run(const Options& options) {
   std::atomic<uint64_t> counter = 0, failures = 0;
   std::mutex mutex;
   std::vector<double> latencies;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(options.seconds);
+  const auto end =
+      std::chrono::steady_clock::now() + std::chrono::duration<double>(options.seconds);
   std::vector<std::thread> threads;
   for (int i = 0; i < options.clients; ++i) {
     threads.emplace_back([&] {
@@ -124,9 +125,9 @@ int run(const Options& options) {
         const Bytes data = signedData(counter++);
         const auto start = std::chrono::steady_clock::now();
         std::optional<Bytes> answer = requestSignature(options, key, data);
-        own.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() -
-                                                                 start)
-                          .count());
+        own.push_back(
+            std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+                .count());
         if (!isValidSignature(answer, data, key)) ++failures;
       }
       std::lock_guard lock(mutex);
@@ -153,10 +154,14 @@ int main(int argc, char** argv) {
   quorvane::Options options;
   for (int i = 1; i + 1 < argc; i += 2) {
     std::string flag = argv[i];
-    if (flag == "--socket") options.socket = argv[i + 1];
-    else if (flag == "--public-key") options.publicKeyFile = argv[i + 1];
-    else if (flag == "--clients") options.clients = std::stoi(argv[i + 1]);
-    else if (flag == "--seconds") options.seconds = std::stod(argv[i + 1]);
+    if (flag == "--socket")
+      options.socket = argv[i + 1];
+    else if (flag == "--public-key")
+      options.publicKeyFile = argv[i + 1];
+    else if (flag == "--clients")
+      options.clients = std::stoi(argv[i + 1]);
+    else if (flag == "--seconds")
+      options.seconds = std::stod(argv[i + 1]);
   }
   if (options.socket.empty() || options.publicKeyFile.empty()) {
     std::fprintf(stderr,

@@ -30,10 +30,11 @@ struct KeyFiles {
   }
 
   static void make(const std::filesystem::path& path, const std::string& passphrase, int rounds) {
-    auto result = testing::runCommand({"ssh-keygen", "-q", "-t", "ed25519", "-Z", "aes256-ctr",
-                                       "-a", std::to_string(rounds), "-N", passphrase, "-f",
-                                       path.string()});
-    if (result.exitCode != 0) throw std::runtime_error("ssh-keygen could not write " + path.string());
+    auto result =
+        testing::runCommand({"ssh-keygen", "-q", "-t", "ed25519", "-Z", "aes256-ctr", "-a",
+                             std::to_string(rounds), "-N", passphrase, "-f", path.string()});
+    if (result.exitCode != 0)
+      throw std::runtime_error("ssh-keygen could not write " + path.string());
   }
 };
 
@@ -47,14 +48,16 @@ void runOrFail(benchmark::State& state, const std::vector<std::string>& argument
 }
 
 void BM_ImportOpenSSH(benchmark::State& state) {
-  const std::string text = testing::readFile(keyFiles().encrypted.at(static_cast<int>(state.range(0))));
+  const std::string text =
+      testing::readFile(keyFiles().encrypted.at(static_cast<int>(state.range(0))));
   const SecureBytes passphrase(bytesOf(kPassphrase));
   for (auto _ : state) benchmark::DoNotOptimize(KeyImporter::parse(text, passphrase));
 }
 
 void BM_SSHKeygenY(benchmark::State& state) {
   const auto& file = keyFiles().encrypted.at(static_cast<int>(state.range(0)));
-  for (auto _ : state) runOrFail(state, {"ssh-keygen", "-y", "-P", kPassphrase, "-f", file.string()});
+  for (auto _ : state)
+    runOrFail(state, {"ssh-keygen", "-y", "-P", kPassphrase, "-f", file.string()});
 }
 
 void BM_SSHKeygenYUnencrypted(benchmark::State& state) {

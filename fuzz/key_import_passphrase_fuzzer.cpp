@@ -13,8 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   const size_t length = std::min<size_t>(data[0] & 0x1f, size - 1);
   const SecureBytes passphrase(ByteView(data + 1, length));
-  const std::string_view text(reinterpret_cast<const char*>(data + 1 + length),
-                              size - 1 - length);
+  const std::string_view text(reinterpret_cast<const char*>(data + 1 + length), size - 1 - length);
   ImportLimits limits = ImportLimits::standard();
   limits.maximumBcryptRounds = 1;
   limits.maximumPBKDF2Iterations = 1000;

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "ControlProtocol/PromptReply.h"
 #include "Base/DecodingError.h"
+#include "ControlProtocol/PromptReply.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace quorvane;

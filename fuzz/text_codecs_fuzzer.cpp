@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "Base/Base64.h"
-#include "Base/Hex.h"
 #include "Base/Date.h"
+#include "Base/Hex.h"
 #include "Base/UUID.h"
 
 namespace {

@@ -135,8 +135,7 @@ struct ActivityStore::Database {
 };
 
 ActivityStore::Database::Database(const std::filesystem::path& path,
-                                  const std::optional<SecureBytes>& chainKey,
-                                  bool syncBeforeAnchor)
+                                  const std::optional<SecureBytes>& chainKey, bool syncBeforeAnchor)
     : connection([&] {
         createPrivately(path);
         sqlite3* raw = nullptr;
@@ -240,9 +239,8 @@ std::unique_ptr<ActivityStore> ActivityStore::open(const std::filesystem::path& 
                                                    bool anchorInBackground) {
   std::unique_ptr<ActivityStore> store(new ActivityStore(std::move(anchor)));
   const bool background = anchorInBackground && store->anchor_;
-  store->queue_.sync([&] {
-    store->database_ = std::make_unique<Database>(path, chainKey, background);
-  });
+  store->queue_.sync(
+      [&] { store->database_ = std::make_unique<Database>(path, chainKey, background); });
   if (background) {
     store->syncBeforeAnchor_ = true;
     store->anchorRecorder_ =

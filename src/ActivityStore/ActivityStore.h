@@ -3,16 +3,16 @@
 #include <array>
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
-#include <stop_token>
-#include <thread>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <ostream>
+#include <stop_token>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "ActivityModel/ActivityExport.h"
@@ -149,8 +149,8 @@ class ActivityStore final : public ActivityLog {
   bool batchLeader_ = false;           // guarded by batchMutex_: a transaction is being committed
   AnchorWork anchorWork_;              // guarded by batchMutex_
   std::condition_variable_any anchorWorkArrived_;
-  bool syncBeforeAnchor_ = false;  // commits are not synced one by one
-  std::jthread anchorRecorder_;  // runs only with anchorInBackground
+  bool syncBeforeAnchor_ = false;       // commits are not synced one by one
+  std::jthread anchorRecorder_;         // runs only with anchorInBackground
   std::unique_ptr<Database> database_;  // touched only on queue_
   SerialQueue queue_;
 };

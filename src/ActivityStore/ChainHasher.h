@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "Base/Bytes.h"
+#include "Base/SecureBytes.h"
 #include "Crypto/DigestContext.h"
 #include "Crypto/HMACContext.h"
-#include "Base/SecureBytes.h"
 
 namespace quorvane {
 

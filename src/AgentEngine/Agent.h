@@ -43,9 +43,9 @@ struct AgentServices {
 class Agent {
  public:
   // Composes the reason shown when the user is asked: (key, purpose, origin, host display).
-  using ReasonFormatter = std::function<std::string(const KeyRecord&, const RequestPurpose&,
-                                                    const RequestOrigin&,
-                                                    const std::optional<std::string>&)>;
+  using ReasonFormatter =
+      std::function<std::string(const KeyRecord&, const RequestPurpose&, const RequestOrigin&,
+                                const std::optional<std::string>&)>;
 
   // At most this many approval requests wait for one key at a time.
   static constexpr int kMaxPendingPerKey = 3;

@@ -11,9 +11,7 @@ JSON toJSON(const HostNameStatus& status) {
     JSON operator()(const HostNameStatus::Confirmed& s) { return {{"confirmed", s.name}}; }
     JSON operator()(const HostNameStatus::Claimed& s) { return {{"claimed", s.name}}; }
     JSON operator()(const HostNameStatus::Conflict& s) { return {{"conflict", s.name}}; }
-    JSON operator()(const HostNameStatus::Unknown&) {
-      return {{"unknown", JSON::object()}};
-    }
+    JSON operator()(const HostNameStatus::Unknown&) { return {{"unknown", JSON::object()}}; }
   };
   return std::visit(Visitor{}, status.value);
 }

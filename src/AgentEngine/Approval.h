@@ -8,10 +8,10 @@
 
 #include "AgentEngine/HostNameStatus.h"
 #include "Base/Bytes.h"
-#include "KeyStore/KeyRecord.h"
 #include "Base/Date.h"
 #include "Base/JSONReader.h"
 #include "Base/UUID.h"
+#include "KeyStore/KeyRecord.h"
 #include "Policy/Decision.h"
 #include "Policy/RequestOrigin.h"
 #include "Policy/RequestPurpose.h"

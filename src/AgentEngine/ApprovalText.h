@@ -24,7 +24,6 @@ std::string approvalAction(const RequestPurpose& purpose,
 // The reason shown with an approval request: PROGRAM " for " ACTION " with key “" KEY "”", each
 // of the three parts shortened as shortenedApprovalPart says.
 std::string approvalReason(std::string_view programName, const RequestPurpose& purpose,
-                           const std::optional<std::string>& hostDisplay,
-                           std::string_view keyName);
+                           const std::optional<std::string>& hostDisplay, std::string_view keyName);
 
 }  // namespace quorvane

@@ -10,9 +10,9 @@ namespace quorvane {
 
 // What the user's records say about a host name and a host key.
 enum class HostNameMatch {
-  recorded,        // the name is recorded with this key
-  otherKeyOnly,    // the name is recorded, but only with other keys
-  notRecorded,     // the name is not recorded at all
+  recorded,      // the name is recorded with this key
+  otherKeyOnly,  // the name is recorded, but only with other keys
+  notRecorded,   // the name is not recorded at all
 };
 
 // Answers which host names belong to a host key (from the user's known-hosts files, for example).

@@ -88,8 +88,8 @@ std::optional<KnownHostsEntry> parseLine(std::string_view line) {
 }  // namespace
 
 bool KnownHostsEntry::names(std::string_view host) const {
-  if (!hashedName.empty()) return crypto::hmac(crypto::HashAlgorithm::sha1, hashSalt,
-                                               bytesOf(host)) == hashedName;
+  if (!hashedName.empty())
+    return crypto::hmac(crypto::HashAlgorithm::sha1, hashSalt, bytesOf(host)) == hashedName;
   bool matched = false;
   for (const std::string& pattern : patterns) {
     bool negated = pattern.front() == '!';

@@ -45,7 +45,7 @@ class KnownHostsResolver final : public HostNameResolver {
 
   std::vector<std::filesystem::path> files_;
   std::mutex mutex_;
-  std::string signature_;                // guarded by mutex_: what the files looked like
+  std::string signature_;                 // guarded by mutex_: what the files looked like
   std::vector<KnownHostsEntry> entries_;  // guarded by mutex_
 };
 

@@ -11,8 +11,8 @@ namespace {
 
 // Programs that only start other programs: never the app the user recognises.
 constexpr std::string_view kLaunchers[] = {
-    "sh",   "bash",   "dash",   "zsh",   "fish",  "ksh",     "tcsh", "csh",  "tmux",   "screen",
-    "sudo", "su",     "doas",   "login", "env",   "systemd", "init", "sshd", "setsid", "nohup"};
+    "sh",   "bash", "dash", "zsh",   "fish", "ksh",     "tcsh", "csh",  "tmux",   "screen",
+    "sudo", "su",   "doas", "login", "env",  "systemd", "init", "sshd", "setsid", "nohup"};
 
 bool isLauncher(const ProcessInfoEntry& entry) {
   return std::ranges::find(kLaunchers, std::string_view(entry.name)) != std::end(kLaunchers);

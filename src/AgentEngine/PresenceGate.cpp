@@ -2,8 +2,7 @@
 
 namespace quorvane {
 
-PresenceGate::PresenceGate(std::shared_ptr<PresenceVerifier> verifier, Clock& clock,
-                           bool required)
+PresenceGate::PresenceGate(std::shared_ptr<PresenceVerifier> verifier, Clock& clock, bool required)
     : verifier_(std::move(verifier)), clock_(clock), required_(required) {}
 
 PresenceGate::Outcome PresenceGate::confirm(const std::string& reason,
@@ -14,7 +13,8 @@ PresenceGate::Outcome PresenceGate::confirm(const std::string& reason,
   }
   PresenceResult result = verifier_->verify(conversation);
   if (!result.verified()) return {std::move(result), nullptr};
-  return {std::move(result), std::make_shared<AuthContext>(AuthContext{reason, clock_.now(), true})};
+  return {std::move(result),
+          std::make_shared<AuthContext>(AuthContext{reason, clock_.now(), true})};
 }
 
 std::optional<std::string> PresenceGate::problem() const {

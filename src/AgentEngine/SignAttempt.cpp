@@ -41,7 +41,8 @@ void SignAttempt::setLogin(const std::string& user, HostNameStatus name,
   purpose = RequestPurpose::login(hostFingerprint, user, via);
   entry.purpose = "login";
   // The login's user name has no field of its own: it goes with the host, "user@host".
-  entry.host = user + "@" + hostNameOf(hostName).value_or(hostFingerprint.value_or("unverified host"));
+  entry.host =
+      user + "@" + hostNameOf(hostName).value_or(hostFingerprint.value_or("unverified host"));
   entry.hostVerified = hostVerified;
   entry.hostKeyFingerprint = hostFingerprint;
   entry.forwardedVia = std::move(via);

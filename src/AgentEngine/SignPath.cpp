@@ -27,7 +27,8 @@ std::string ruleText(const std::string& name) { return "rule “" + name + "”"
 // Keys whose protection stands for a fingerprint on this machine: every signature needs the
 // user's presence, confirmed now or within a window the user approved.
 bool needsLivePresence(ProtectionClass protection) {
-  return protection == ProtectionClass::touchIDOnly || protection == ProtectionClass::touchIDOrWatch;
+  return protection == ProtectionClass::touchIDOnly ||
+         protection == ProtectionClass::touchIDOrWatch;
 }
 
 std::string decidedByText(const PolicyOutcome::Reason& reason) {

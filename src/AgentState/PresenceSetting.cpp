@@ -13,10 +13,9 @@ std::filesystem::path settingPath(const SupportState& support) {
 
 bool presenceVerificationEnabled(const SupportState& support) {
   try {
-    return SealedFile::read(settingPath(support), kPresenceSettingPurpose, *support.sealing,
-                            [](const JSONReader& reader) {
-                              return reader.required("verification").boolean();
-                            });
+    return SealedFile::read(
+        settingPath(support), kPresenceSettingPurpose, *support.sealing,
+        [](const JSONReader& reader) { return reader.required("verification").boolean(); });
   } catch (const std::exception&) {
     return true;
   }

@@ -14,8 +14,8 @@ struct ApprovalResponseMessage {
   Bytes deviceID;   // identity hash of the answering device
   ApprovalDecision decision = ApprovalDecision::deny;
   qap::ApprovalScope scope = qap::ApprovalScope::once;  // must be one of the request's scopes
-  Bytes dataHash;                             // copy of the request's dataHash
-  uint64_t decidedAt = 0;                     // milliseconds since 1970, by the device's clock
+  Bytes dataHash;                                       // copy of the request's dataHash
+  uint64_t decidedAt = 0;  // milliseconds since 1970, by the device's clock
   bool fingerprintShown = false;
 
   // Binary form: uint32 version = 2, string requestID, string macID, string deviceID,

@@ -4,14 +4,15 @@ namespace quorvane {
 
 ConfigKitError ConfigKitError::invalidHostPattern(const std::string& pattern) {
   return {Kind::invalidHostPattern,
-          "“" + pattern + "” cannot be a host pattern (empty, or holds spaces, quotes, control "
-                          "characters or a leading !)"};
+          "“" + pattern +
+              "” cannot be a host pattern (empty, or holds spaces, quotes, control "
+              "characters or a leading !)"};
 }
 
 ConfigKitError ConfigKitError::invalidSocketPath(const std::string& path) {
-  return {Kind::invalidSocketPath,
-          "the socket path " + path + " cannot be written into an ssh config (quotes, \"${\" or "
-                                      "control characters)"};
+  return {Kind::invalidSocketPath, "the socket path " + path +
+                                       " cannot be written into an ssh config (quotes, \"${\" or "
+                                       "control characters)"};
 }
 
 ConfigKitError ConfigKitError::malformedPublicKeyLine() {
@@ -20,8 +21,9 @@ ConfigKitError ConfigKitError::malformedPublicKeyLine() {
 
 ConfigKitError ConfigKitError::invalidPrincipal(const std::string& principal) {
   return {Kind::invalidPrincipal,
-          "“" + principal + "” cannot be an allowed-signers principal (empty, or holds spaces, "
-                            "quotes or control characters)"};
+          "“" + principal +
+              "” cannot be an allowed-signers principal (empty, or holds spaces, "
+              "quotes or control characters)"};
 }
 
 ConfigKitError ConfigKitError::diffTooLarge(size_t oldLines, size_t newLines) {

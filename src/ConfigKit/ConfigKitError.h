@@ -29,7 +29,8 @@ class ConfigKitError : public std::runtime_error {
   Kind kind() const { return kind_; }
 
  private:
-  ConfigKitError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
+  ConfigKitError(Kind kind, const std::string& message)
+      : std::runtime_error(message), kind_(kind) {}
   Kind kind_;
 };
 

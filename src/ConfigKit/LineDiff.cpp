@@ -37,7 +37,8 @@ std::vector<LineDiff::Line> LineDiff::lines(std::string_view oldText, std::strin
   const size_t n = before.size() - skip;
   const size_t m = after.size() - skip;
   const size_t width = m + 1;
-  if ((n + 1) > kMaxTableCells / width) throw ConfigKitError::diffTooLarge(before.size(), after.size());
+  if ((n + 1) > kMaxTableCells / width)
+    throw ConfigKitError::diffTooLarge(before.size(), after.size());
 
   // cell(i, j): the length of the longest common subsequence of the old lines from i and the new
   // lines from j, filled from the end.
@@ -45,9 +46,8 @@ std::vector<LineDiff::Line> LineDiff::lines(std::string_view oldText, std::strin
   auto cell = [&](size_t i, size_t j) -> uint32_t& { return table[i * width + j]; };
   for (size_t i = n; i-- > 0;)
     for (size_t j = m; j-- > 0;)
-      cell(i, j) = before[skip + i] == after[skip + j]
-                       ? cell(i + 1, j + 1) + 1
-                       : std::max(cell(i + 1, j), cell(i, j + 1));
+      cell(i, j) = before[skip + i] == after[skip + j] ? cell(i + 1, j + 1) + 1
+                                                       : std::max(cell(i + 1, j), cell(i, j + 1));
 
   size_t i = 0, j = 0;
   while (i < n && j < m) {

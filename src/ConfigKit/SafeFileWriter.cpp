@@ -30,12 +30,12 @@ std::filesystem::path resolvedTarget(const std::filesystem::path& file) {
     std::filesystem::path link = std::filesystem::read_symlink(target);
     target = link.is_absolute() ? link : target.parent_path() / link;
   }
-  throw std::filesystem::filesystem_error("resolve symbolic links", file,
-                                          std::make_error_code(std::errc::too_many_symbolic_link_levels));
+  throw std::filesystem::filesystem_error(
+      "resolve symbolic links", file,
+      std::make_error_code(std::errc::too_many_symbolic_link_levels));
 }
 
-std::optional<std::filesystem::path> write(std::string_view data,
-                                           const std::filesystem::path& file,
+std::optional<std::filesystem::path> write(std::string_view data, const std::filesystem::path& file,
                                            const std::filesystem::path& backupDirectory, Date now) {
   const std::filesystem::path target = resolvedTarget(file);
   createFolders(backupDirectory, 0700);

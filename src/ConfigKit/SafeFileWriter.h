@@ -32,8 +32,7 @@ std::filesystem::path resolvedTarget(const std::filesystem::path& file);
 // Returns the backup's path, or nothing when there was no file to back up. Throws the file
 // system's error (std::system_error or std::filesystem::filesystem_error) at the first failing
 // step; a backup already made stays.
-std::optional<std::filesystem::path> write(std::string_view data,
-                                           const std::filesystem::path& file,
+std::optional<std::filesystem::path> write(std::string_view data, const std::filesystem::path& file,
                                            const std::filesystem::path& backupDirectory, Date now);
 
 }  // namespace SafeFileWriter

@@ -28,8 +28,7 @@ std::optional<ControlClient> ControlClient::connect(const std::filesystem::path&
 JSON ControlClient::request(const JSON& message) { return exchange(message, nullptr); }
 
 JSON ControlClient::exchange(const JSON& message, const PromptHandler& prompts) {
-  if (!writeControlLine(socket_.get(), message))
-    throw ControlError::agentHungUp();
+  if (!writeControlLine(socket_.get(), message)) throw ControlError::agentHungUp();
   for (;;) {
     auto line = next();
     if (!line) throw ControlError::agentHungUp();
@@ -37,8 +36,9 @@ JSON ControlClient::exchange(const JSON& message, const PromptHandler& prompts) 
     if (!prompt) return *line;
     std::optional<SecureBytes> answer = prompts ? prompts(*prompt) : std::nullopt;
     if (!prompt->asks()) continue;
-    const bool sent = answer ? writeControlBytes(socket_.get(), encodePromptAnswer(answer->view()).view())
-                             : writeControlBytes(socket_.get(), bytesOf(kPromptCancelLine));
+    const bool sent =
+        answer ? writeControlBytes(socket_.get(), encodePromptAnswer(answer->view()).view())
+               : writeControlBytes(socket_.get(), bytesOf(kPromptCancelLine));
     if (!sent) throw ControlError::agentHungUp();
   }
 }

@@ -20,7 +20,8 @@ using PromptHandler = std::function<std::optional<SecureBytes>(const PresencePro
 class ControlClient {
  public:
   // Connects to `path`; nothing when no agent answers there.
-  static std::optional<ControlClient> connect(const std::filesystem::path& path = controlSocketPath());
+  static std::optional<ControlClient> connect(
+      const std::filesystem::path& path = controlSocketPath());
 
   // Sends one message and reads its answer. Throws ControlError when the agent hangs up or
   // answers something that is not a JSON object. Prompts of a verification are cancelled.

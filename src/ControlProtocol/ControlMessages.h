@@ -38,7 +38,6 @@ inline constexpr std::string_view kLockAllMessage = "com.tallowmere.quorvane.loc
 inline constexpr std::string_view kPauseRemoteMessage = "com.tallowmere.quorvane.pauseRemote";
 inline constexpr std::string_view kShowPendingMessage = "com.tallowmere.quorvane.showPending";
 
-
 // The prompt line of a verification, and the prompt it carries (nothing for any other line).
 JSON promptLine(const PresencePrompt& prompt);
 std::optional<PresencePrompt> promptOf(const JSON& line);

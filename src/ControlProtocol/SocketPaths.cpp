@@ -4,7 +4,9 @@
 
 namespace quorvane {
 
-std::filesystem::path agentSocketPath() { return homeFolder() / ".ssh" / "quorvane" / "agent.sock"; }
+std::filesystem::path agentSocketPath() {
+  return homeFolder() / ".ssh" / "quorvane" / "agent.sock";
+}
 
 std::filesystem::path controlSocketPath() {
   return homeFolder() / ".ssh" / "quorvane" / "control.sock";

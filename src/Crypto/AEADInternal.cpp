@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "Base/CryptoError.h"
-#include "Crypto/OpenSSLHandles.h"
 #include "Base/SecureBytes.h"
+#include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane::crypto {
 namespace {

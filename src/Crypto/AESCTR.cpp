@@ -1,8 +1,8 @@
 #include "Crypto/AESCTR.h"
 
-#include "Crypto/CipherContext.h"
 #include "Base/Check.h"
 #include "Base/CryptoError.h"
+#include "Crypto/CipherContext.h"
 
 namespace quorvane::crypto {
 

@@ -1,7 +1,7 @@
 #include "Crypto/AESGCM.h"
 
-#include "Crypto/AEADInternal.h"
 #include "Base/Check.h"
+#include "Crypto/AEADInternal.h"
 
 namespace quorvane::crypto {
 namespace {

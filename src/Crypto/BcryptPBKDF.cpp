@@ -6,9 +6,9 @@
 #include <cstring>
 #include <memory>
 
+#include "Base/CryptoError.h"
 #include "Crypto/Blowfish.h"
 #include "Crypto/BlowfishRounds.h"
-#include "Base/CryptoError.h"
 #include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane::crypto {
@@ -70,8 +70,8 @@ void bcryptHash(const Digest& passwordDigest, const Digest* const* saltDigests,
     blowfish_rounds::expandStates<Lanes>(lanes, passwordKeys);
   }
 
-  const auto magic = keyWordStream(ByteView(reinterpret_cast<const uint8_t*>(kMagicText),
-                                            kHashSize));
+  const auto magic =
+      keyWordStream(ByteView(reinterpret_cast<const uint8_t*>(kMagicText), kHashSize));
   uint32_t words[kHashWords][Lanes];
   for (size_t w = 0; w < kHashWords; ++w)
     for (size_t lane = 0; lane < Lanes; ++lane) words[w][lane] = magic[w];

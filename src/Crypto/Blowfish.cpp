@@ -1,8 +1,8 @@
 #include "Crypto/Blowfish.h"
 
-#include "Crypto/BlowfishRounds.h"
 #include "Base/Check.h"
 #include "Base/SecureBytes.h"
+#include "Crypto/BlowfishRounds.h"
 
 namespace quorvane::crypto {
 namespace {

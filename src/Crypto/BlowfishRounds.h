@@ -35,8 +35,7 @@ inline void encryptLanes(const Blowfish* const* states, uint32_t* left, uint32_t
 #pragma GCC unroll 4
     for (size_t lane = 0; lane < Lanes; ++lane) r[lane] ^= f(s[lane], l[lane]) ^ p[lane][round];
 #pragma GCC unroll 4
-    for (size_t lane = 0; lane < Lanes; ++lane)
-      l[lane] ^= f(s[lane], r[lane]) ^ p[lane][round + 1];
+    for (size_t lane = 0; lane < Lanes; ++lane) l[lane] ^= f(s[lane], r[lane]) ^ p[lane][round + 1];
   }
 #pragma GCC unroll 4
   for (size_t lane = 0; lane < Lanes; ++lane) {

@@ -13,8 +13,7 @@ std::optional<SecureBytes> runDecryption(const EVP_CIPHER* cipher, ByteView key,
   QUORVANE_CHECK(iv.size() == static_cast<size_t>(EVP_CIPHER_get_iv_length(cipher)),
                  "the IV has the cipher's length");
   CipherCtxPtr context(EVP_CIPHER_CTX_new());
-  if (!context ||
-      EVP_DecryptInit_ex2(context.get(), cipher, key.data(), iv.data(), nullptr) != 1 ||
+  if (!context || EVP_DecryptInit_ex2(context.get(), cipher, key.data(), iv.data(), nullptr) != 1 ||
       EVP_CIPHER_CTX_set_padding(context.get(), padding ? 1 : 0) != 1)
     throw CryptoError::libraryFailure("EVP_DecryptInit_ex2");
   const size_t blockSize = static_cast<size_t>(EVP_CIPHER_CTX_get_block_size(context.get()));

@@ -8,8 +8,8 @@
 #include <optional>
 
 #include "Base/Bytes.h"
-#include "Crypto/OpenSSLHandles.h"
 #include "Base/SecureBytes.h"
+#include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane::crypto {
 

@@ -6,8 +6,8 @@
 
 #include "Base/Check.h"
 #include "Base/CryptoError.h"
-#include "Crypto/HashInternal.h"
 #include "Base/SecureBytes.h"
+#include "Crypto/HashInternal.h"
 
 namespace quorvane::crypto {
 

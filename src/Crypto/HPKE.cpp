@@ -2,9 +2,9 @@
 
 #include <array>
 
+#include "Base/Check.h"
 #include "Crypto/AESGCM.h"
 #include "Crypto/ChaCha20Poly1305.h"
-#include "Base/Check.h"
 #include "Crypto/HKDF.h"
 
 namespace quorvane::crypto {

@@ -4,8 +4,8 @@
 #include <array>
 
 #include "Base/Check.h"
-#include "Crypto/MLKEMPolynomial.h"
 #include "Base/Random.h"
+#include "Crypto/MLKEMPolynomial.h"
 #include "Crypto/SHA3.h"
 
 namespace quorvane::crypto {

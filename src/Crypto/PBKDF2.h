@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "Base/Bytes.h"
-#include "Crypto/Hash.h"
 #include "Base/SecureBytes.h"
+#include "Crypto/Hash.h"
 
 namespace quorvane::crypto {
 

@@ -3,8 +3,8 @@
 #include <array>
 
 #include "Base/Check.h"
-#include "Crypto/MLKEM768.h"
 #include "Base/Random.h"
+#include "Crypto/MLKEM768.h"
 #include "Crypto/SHA3.h"
 
 namespace quorvane::crypto {

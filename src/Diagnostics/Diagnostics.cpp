@@ -219,15 +219,15 @@ Checks relay(DiagnosticProbes& probes, const DiagnosticSettings&) {
 // The checks in the order they run: local ones first, the relay (the network) last.
 // A new check is one more step here, at its place in the order.
 constexpr DiagnosticStep kSteps[] = {
-    agentRegistration,    // "Agent registered"
-    agentAnswers,         // "Agent answers"
-    socketPath,           // "Socket path"
-    defaultAgentForApps,  // "Default agent for apps (SSH_AUTH_SOCK)"
-    sshConfiguration,     // "~/.ssh/config"
-    keychainKeys,         // "Keys in the Keychain"
-    presenceVerification, // "Presence verification", only when it is off
-    otherAgents,          // one line per other SSH agent found
-    relay,                // "Remote approval relay"
+    agentRegistration,     // "Agent registered"
+    agentAnswers,          // "Agent answers"
+    socketPath,            // "Socket path"
+    defaultAgentForApps,   // "Default agent for apps (SSH_AUTH_SOCK)"
+    sshConfiguration,      // "~/.ssh/config"
+    keychainKeys,          // "Keys in the Keychain"
+    presenceVerification,  // "Presence verification", only when it is off
+    otherAgents,           // one line per other SSH agent found
+    relay,                 // "Remote approval relay"
 };
 
 }  // namespace

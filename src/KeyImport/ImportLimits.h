@@ -12,10 +12,10 @@ inline constexpr int kMinimumRSAImportBits = 2048;
 // point uses `standard()`; other values exist for tests and fuzzing, which must keep derivations
 // cheap.
 struct ImportLimits {
-  size_t maximumTextBytes;          // UTF-8 bytes of the file text
-  uint32_t maximumBcryptRounds;     // OpenSSH key derivation
-  uint32_t maximumPBKDF2Iterations; // PKCS#8 key derivation
-  int maximumRSABits;               // RSA modulus size
+  size_t maximumTextBytes;           // UTF-8 bytes of the file text
+  uint32_t maximumBcryptRounds;      // OpenSSH key derivation
+  uint32_t maximumPBKDF2Iterations;  // PKCS#8 key derivation
+  int maximumRSABits;                // RSA modulus size
 
   static constexpr ImportLimits standard() { return {1048576, 1024, 10000000, 8192}; }
 

@@ -49,8 +49,7 @@ ParsedPrivateKey parse(std::string_view text, const SecureBytes& passphrase,
   }
   if (privateBlocks > 1) throw KeyImportError::multipleKeys();
 
-  const Passphrase given =
-      passphrase.empty() ? Passphrase() : Passphrase(passphrase.view());
+  const Passphrase given = passphrase.empty() ? Passphrase() : Passphrase(passphrase.view());
   const std::string& label = privateBlock->label;
   if (label == "OPENSSH PRIVATE KEY") {
     if (!privateBlock->headers.empty()) throw KeyImportError::malformed();

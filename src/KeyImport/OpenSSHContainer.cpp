@@ -168,10 +168,9 @@ ParsedPrivateKey parseOpenSSH(ByteView body, Passphrase passphrase, const Import
                                        cipher.keyLength + cipher.ivLength);
     if (!derived) throw KeyImportError::malformed();
     const ByteView keyAndIV = derived->view();
-    const SecureBytes plain =
-        decryptPrivateSection(cipher, keyAndIV.first(cipher.keyLength),
-                              keyAndIV.subspan(cipher.keyLength, cipher.ivLength),
-                              encryptedSection, tag);
+    const SecureBytes plain = decryptPrivateSection(
+        cipher, keyAndIV.first(cipher.keyLength),
+        keyAndIV.subspan(cipher.keyLength, cipher.ivLength), encryptedSection, tag);
     return readPrivateSection(plain.view(), true, publicKey, limits);
   } catch (const WireError&) {
     throw KeyImportError::malformed();

@@ -1,8 +1,8 @@
 // KeyImporter::decryptPrivateSection: the ciphers of OpenSSH private key files.
+#include "Base/Check.h"
 #include "Crypto/AESCTR.h"
 #include "Crypto/AESGCM.h"
 #include "Crypto/CBC.h"
-#include "Base/Check.h"
 #include "KeyImport/KeyImporter.h"
 
 namespace quorvane::KeyImporter {

@@ -44,8 +44,7 @@ std::optional<std::string_view> beginLabel(std::string_view line) {
   if (line.size() < kBeginPrefix.size() + 1 + kArmourDashes.size() ||
       !line.starts_with(kBeginPrefix) || !line.ends_with(kArmourDashes))
     return std::nullopt;
-  return line.substr(kBeginPrefix.size(),
-                     line.size() - kBeginPrefix.size() - kArmourDashes.size());
+  return line.substr(kBeginPrefix.size(), line.size() - kBeginPrefix.size() - kArmourDashes.size());
 }
 
 // Reads the rest of a block after its BEGIN line, up to and including its END line.
@@ -94,7 +93,8 @@ std::vector<PEMBlock> pemBlocks(std::string_view text) {
   std::vector<PEMBlock> blocks;
   LineCursor lines(text);
   while (auto raw = lines.next()) {
-    if (auto label = beginLabel(trimSpacesAndTabs(*raw))) blocks.push_back(readBlock(lines, *label));
+    if (auto label = beginLabel(trimSpacesAndTabs(*raw)))
+      blocks.push_back(readBlock(lines, *label));
   }
   return blocks;
 }

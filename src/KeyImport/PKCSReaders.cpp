@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "Crypto/CBC.h"
 #include "Base/Hex.h"
+#include "Crypto/CBC.h"
 #include "Crypto/LegacyKeyDerivation.h"
 #include "Crypto/PBKDF2.h"
 #include "KeyImport/DERReader.h"
@@ -206,7 +206,8 @@ SecureBytes decryptPrivateKeyInfo(ByteView der, KeyImporter::Passphrase passphra
   const ByteView iterations = kdf.readUnsignedInteger();
   std::optional<uint64_t> keyLength;
   if (kdf.peekTag() == der::kInteger) keyLength = kdf.readSmallInteger();
-  const crypto::HashAlgorithm prf = pseudorandomFunction(kdf.readOptionalConstructed(der::kSequence));
+  const crypto::HashAlgorithm prf =
+      pseudorandomFunction(kdf.readOptionalConstructed(der::kSequence));
   kdf.expectEnd();
   if (iterations.empty()) throw KeyImportError::malformed();
   uint64_t count = 0;
@@ -218,13 +219,14 @@ SecureBytes decryptPrivateKeyInfo(ByteView der, KeyImporter::Passphrase passphra
                                             std::to_string(limits.maximumPBKDF2Iterations) + ")");
 
   const PBES2Cipher cipher = encryptionScheme(scheme);
-  if (keyLength && *keyLength != crypto::keyLength(cipher.cipher)) throw KeyImportError::malformed();
+  if (keyLength && *keyLength != crypto::keyLength(cipher.cipher))
+    throw KeyImportError::malformed();
   if (!passphrase) throw KeyImportError::passphraseRequired();
 
   const SecureBytes key = crypto::pbkdf2(prf, *passphrase, salt, static_cast<uint32_t>(count),
                                          crypto::keyLength(cipher.cipher));
-  auto plain =
-      crypto::cbcDecrypt(cipher.cipher, key.view(), cipher.iv, ciphertext, crypto::CBCPadding::pkcs7);
+  auto plain = crypto::cbcDecrypt(cipher.cipher, key.view(), cipher.iv, ciphertext,
+                                  crypto::CBCPadding::pkcs7);
   if (!plain) throw KeyImportError::wrongPassphrase();
   expectDecryptedDER(*plain);
   return std::move(*plain);
@@ -247,8 +249,8 @@ SecureBytes decryptLegacyBody(const PEMBlock& block, KeyImporter::Passphrase pas
   if (!iv || iv->size() != crypto::blockLength(cipher->cipher)) throw KeyImportError::malformed();
   if (!passphrase) throw KeyImportError::passphraseRequired();
 
-  const SecureBytes key = crypto::legacyPEMKey(*passphrase, ByteView(*iv).first(8),
-                                               crypto::keyLength(cipher->cipher));
+  const SecureBytes key =
+      crypto::legacyPEMKey(*passphrase, ByteView(*iv).first(8), crypto::keyLength(cipher->cipher));
   auto plain = crypto::cbcDecrypt(cipher->cipher, key.view(), *iv, block.body.view(),
                                   crypto::CBCPadding::pkcs7);
   if (!plain) throw KeyImportError::wrongPassphrase();

@@ -109,17 +109,22 @@ RSAComponents RSAComponents::fromOpenSSH(ByteView n, ByteView e, ByteView d, Byt
       throw CryptoError::libraryFailure("BN_mod");
     return magnitudeOf(result.get());
   };
-  RSAComponents components{Bytes(n.begin(), n.end()), Bytes(e.begin(), e.end()),
-                           SecureBytes(d), SecureBytes(p), SecureBytes(q), SecureBytes(),
-                           SecureBytes(), SecureBytes(iqmp)};
+  RSAComponents components{Bytes(n.begin(), n.end()),
+                           Bytes(e.begin(), e.end()),
+                           SecureBytes(d),
+                           SecureBytes(p),
+                           SecureBytes(q),
+                           SecureBytes(),
+                           SecureBytes(),
+                           SecureBytes(iqmp)};
   components.dP = exponentModulo(p);
   components.dQ = exponentModulo(q);
   return components;
 }
 
 SecureBytes RSAComponents::pkcs1DER() const {
-  const ByteView numbers[] = {n, e, d.view(), p.view(), q.view(),
-                              dP.view(), dQ.view(), qInv.view()};
+  const ByteView numbers[] = {n,        e,         d.view(),  p.view(),
+                              q.view(), dP.view(), dQ.view(), qInv.view()};
   size_t contentLength = 3;  // version 0
   for (ByteView value : numbers) {
     const size_t length = integerContentLength(value);

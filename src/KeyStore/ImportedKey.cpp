@@ -46,8 +46,7 @@ Bytes bignumParam(EVP_PKEY* key, const char* name) {
 }
 
 // The EC key of `scalar` on the curve of `algorithm`, with its public point computed here.
-std::optional<std::shared_ptr<EVP_PKEY>> ecKeyFromScalar(KeyAlgorithm algorithm,
-                                                         ByteView scalar) {
+std::optional<std::shared_ptr<EVP_PKEY>> ecKeyFromScalar(KeyAlgorithm algorithm, ByteView scalar) {
   if (scalar.size() != fieldLength(algorithm)) return std::nullopt;
   ECGroupPtr group(EC_GROUP_new_by_curve_name(curveNID(algorithm)));
   BNCtxPtr bnContext(BN_CTX_new());
@@ -73,8 +72,8 @@ std::optional<std::shared_ptr<EVP_PKEY>> ecKeyFromScalar(KeyAlgorithm algorithm,
       OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME,
                                       curveName(algorithm), 0) != 1 ||
       OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, privateScalar.get()) != 1 ||
-      OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY,
-                                       encodedPoint.data(), encodedPoint.size()) != 1)
+      OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, encodedPoint.data(),
+                                       encodedPoint.size()) != 1)
     throw CryptoError::libraryFailure("OSSL_PARAM_BLD");
   ParamsPtr params(OSSL_PARAM_BLD_to_param(builder.get()));
   EVPPKeyCtxPtr context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
@@ -130,8 +129,8 @@ Bytes rawECDSASignature(ByteView der, size_t half) {
   if (!signature) throw CryptoError::libraryFailure("d2i_ECDSA_SIG");
   Bytes raw(2 * half);
   if (BN_bn2binpad(ECDSA_SIG_get0_r(signature.get()), raw.data(), static_cast<int>(half)) < 0 ||
-      BN_bn2binpad(ECDSA_SIG_get0_s(signature.get()), raw.data() + half,
-                   static_cast<int>(half)) < 0)
+      BN_bn2binpad(ECDSA_SIG_get0_s(signature.get()), raw.data() + half, static_cast<int>(half)) <
+          0)
     throw CryptoError::libraryFailure("BN_bn2binpad");
   return raw;
 }

@@ -4,11 +4,11 @@
 #include <vector>
 
 #include "Base/Bytes.h"
-#include "KeyStore/KeyAlgorithm.h"
-#include "KeyStore/ProtectionClass.h"
 #include "Base/Date.h"
 #include "Base/JSONReader.h"
 #include "Base/UUID.h"
+#include "KeyStore/KeyAlgorithm.h"
+#include "KeyStore/ProtectionClass.h"
 
 namespace quorvane {
 

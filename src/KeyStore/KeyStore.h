@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "Base/Bytes.h"
+#include "Base/Date.h"
 #include "KeyStore/HardwareKeys.h"
 #include "KeyStore/ImportedKey.h"
 #include "KeyStore/KeyRecord.h"
 #include "KeyStore/SealingKeyProvider.h"
 #include "KeyStore/SecretStore.h"
-#include "Base/Date.h"
 #include "SSHWire/SignFlags.h"
 
 namespace quorvane {

@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "Platform/Keychain.h"
 #include "Base/UUID.h"
+#include "Platform/Keychain.h"
 
 namespace quorvane {
 

@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "Base/Bytes.h"
+#include "Base/JSONReader.h"
 #include "KeyStore/SealedFileError.h"
 #include "KeyStore/SealingKeyProvider.h"
-#include "Base/JSONReader.h"
 
 namespace quorvane {
 

@@ -29,7 +29,7 @@ KeychainStatus InMemoryKeychain::update(std::string_view service, std::string_vi
 KeychainStatus InMemoryKeychain::remove(std::string_view service, std::string_view account) {
   std::lock_guard lock(mutex_);
   return items_.erase({std::string(service), std::string(account)}) == 1 ? kKeychainSuccess
-                                                                          : kKeychainItemNotFound;
+                                                                         : kKeychainItemNotFound;
 }
 
 }  // namespace quorvane

@@ -14,8 +14,7 @@ class InMemoryKeychain final : public Keychain {
  public:
   KeychainReadResult read(std::string_view service, std::string_view account) override;
   KeychainStatus add(std::string_view service, std::string_view account, ByteView data) override;
-  KeychainStatus update(std::string_view service, std::string_view account,
-                        ByteView data) override;
+  KeychainStatus update(std::string_view service, std::string_view account, ByteView data) override;
   KeychainStatus remove(std::string_view service, std::string_view account) override;
 
  private:

@@ -34,8 +34,7 @@ class Keychain {
   virtual ~Keychain() = default;
 
   virtual KeychainReadResult read(std::string_view service, std::string_view account) = 0;
-  virtual KeychainStatus add(std::string_view service, std::string_view account,
-                             ByteView data) = 0;
+  virtual KeychainStatus add(std::string_view service, std::string_view account, ByteView data) = 0;
   virtual KeychainStatus update(std::string_view service, std::string_view account,
                                 ByteView data) = 0;
   virtual KeychainStatus remove(std::string_view service, std::string_view account) = 0;

@@ -41,13 +41,13 @@ std::optional<PresencePrompt::Style> styleOf(int pamStyle) {
 
 // The PAM conversation: each message goes to the frontend; typed answers are handed to PAM in
 // memory that PAM frees (and that is wiped here when the conversation fails half-way).
-extern "C" int relayConversation(int count, const pam_message** messages,
-                                 pam_response** responses, void* data) {
+extern "C" int relayConversation(int count, const pam_message** messages, pam_response** responses,
+                                 void* data) {
   auto* relay = static_cast<Relay*>(data);
   if (count <= 0 || count > PAM_MAX_NUM_MSG || messages == nullptr || responses == nullptr)
     return PAM_CONV_ERR;
-  auto* answers = static_cast<pam_response*>(std::calloc(static_cast<size_t>(count),
-                                                         sizeof(pam_response)));
+  auto* answers =
+      static_cast<pam_response*>(std::calloc(static_cast<size_t>(count), sizeof(pam_response)));
   if (answers == nullptr) return PAM_BUF_ERR;
   try {
     for (int i = 0; i < count; ++i) {
@@ -133,9 +133,9 @@ PresenceResult PAMPresenceVerifier::verify(PresenceConversation& conversation) {
   const pam_conv conv{relayConversation, &relay};
   pam_handle_t* handle = nullptr;
   const std::string service(kService);
-  int status = ::pam_start_confdir(service.c_str(), user_.c_str(), &conv,
-                                   configDirectory_.empty() ? nullptr : configDirectory_.c_str(),
-                                   &handle);
+  int status =
+      ::pam_start_confdir(service.c_str(), user_.c_str(), &conv,
+                          configDirectory_.empty() ? nullptr : configDirectory_.c_str(), &handle);
   if (status != PAM_SUCCESS || handle == nullptr) {
     if (handle != nullptr) ::pam_end(handle, status);
     return {PresenceResult::Status::unavailable, "PAM did not start: " + pamText(nullptr, status)};

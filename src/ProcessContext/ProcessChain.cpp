@@ -108,7 +108,8 @@ struct Walked {
 
 // Stores every process of the walk with the ancestry above it.
 void remember(AncestorCache& cache, const Walked& walked,
-              const std::vector<ProcessInfoEntry>& chain, std::chrono::steady_clock::time_point now) {
+              const std::vector<ProcessInfoEntry>& chain,
+              std::chrono::steady_clock::time_point now) {
   if (!walked.complete) return;
   for (size_t i = 0; i < walked.keys.size(); ++i) {
     if (!walked.keys[i]) continue;
@@ -132,8 +133,8 @@ bool appendKnown(std::vector<ProcessInfoEntry>& chain, const std::vector<Process
 // Appends the ancestors starting at `parentPID`, whose child started at `childStartTime`. With a
 // cache, an ancestor found there brings its ancestry along and ends the walk, and the ancestors
 // described here are added to `walked`.
-void appendAncestors(std::vector<ProcessInfoEntry>& chain, pid_t parentPID,
-                     uint64_t childStartTime, AncestorCache* cache, Walked& walked,
+void appendAncestors(std::vector<ProcessInfoEntry>& chain, pid_t parentPID, uint64_t childStartTime,
+                     AncestorCache* cache, Walked& walked,
                      std::chrono::steady_clock::time_point now) {
   while (parentPID >= 2) {
     if (chain.size() >= kMaximumChainLength) {

@@ -1,8 +1,8 @@
 #include "SSHWire/SSHPublicKey.h"
 
 #include "Base/Base64.h"
-#include "Crypto/Hash.h"
 #include "Base/Check.h"
+#include "Crypto/Hash.h"
 #include "SSHWire/WireError.h"
 #include "SSHWire/WireReader.h"
 #include "SSHWire/WireWriter.h"

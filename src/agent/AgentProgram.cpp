@@ -10,14 +10,17 @@
 
 #include "AgentEngine/Agent.h"
 #include "AgentEngine/AgentConnection.h"
-#include "ControlProtocol/SocketPaths.h"
 #include "AgentEngine/KnownHosts.h"
 #include "AgentEngine/LocalApprover.h"
 #include "AgentEngine/OriginBuilder.h"
 #include "AgentEngine/PresenceGate.h"
+#include "AgentState/KeychainLockStore.h"
 #include "AgentState/PresenceSetting.h"
 #include "AgentState/RemotePause.h"
+#include "AgentState/RulesFile.h"
+#include "AgentState/SealedHostPinStore.h"
 #include "AgentState/SupportState.h"
+#include "ControlProtocol/SocketPaths.h"
 #include "Platform/PAMPresenceVerifier.h"
 #include "Platform/Paths.h"
 #include "ProcessContext/ProcessChain.h"
@@ -27,9 +30,6 @@
 #include "agent/DaemonError.h"
 #include "agent/FrameIO.h"
 #include "agent/HangupWatch.h"
-#include "AgentState/RulesFile.h"
-#include "AgentState/SealedHostPinStore.h"
-#include "AgentState/KeychainLockStore.h"
 
 namespace quorvane {
 namespace {
@@ -144,11 +144,11 @@ int runAgentProgram(const AgentProgramOptions& options) {
 
     ControlService control(
         *running.agent, *running.approver, *running.presence,
-        {[&] { running.reload(); }, [&] { running.pauseRemote(); },
-         [&] { running.resumeRemote(); },
+        {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
          [&](bool enabled) { savePresenceVerification(running.support, enabled); }});
     ConnectionServer agentServer(
-        agentListener, [&](int fd, std::stop_token stop) { running.serveAgentConnection(fd, stop); },
+        agentListener,
+        [&](int fd, std::stop_token stop) { running.serveAgentConnection(fd, stop); },
         {.maxConnections = options.maxConnections});
     ConnectionServer controlServer(
         controlListener, [&](int fd, std::stop_token stop) { control.serve(fd, stop); }, {});

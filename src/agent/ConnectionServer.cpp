@@ -43,9 +43,8 @@ int ConnectionServer::acceptNext(std::stop_token stop) {
       checkSocketFile();
       sinceCheck = {};
     }
-    auto untilCheck =
-        std::chrono::duration_cast<std::chrono::milliseconds>(options_.socketCheckInterval -
-                                                              sinceCheck);
+    auto untilCheck = std::chrono::duration_cast<std::chrono::milliseconds>(
+        options_.socketCheckInterval - sinceCheck);
     pollfd entries[2] = {{listener_.fd(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
     int timeout = static_cast<int>(std::max<int64_t>(untilCheck.count(), 0) + 1);
     if (::poll(entries, 2, timeout) <= 0 || (entries[0].revents & POLLIN) == 0) continue;

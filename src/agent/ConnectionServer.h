@@ -63,9 +63,9 @@ class ConnectionServer {
 
   mutable std::mutex mutex_;
   std::condition_variable_any leadershipFree_;
-  std::set<int> open_;  // guarded by mutex_: descriptors of connections being served
-  bool leading_ = false;   // guarded by mutex_: a thread waits for the next client
-  size_t idle_ = 0;        // guarded by mutex_: threads waiting to lead
+  std::set<int> open_;             // guarded by mutex_: descriptors of connections being served
+  bool leading_ = false;           // guarded by mutex_: a thread waits for the next client
+  size_t idle_ = 0;                // guarded by mutex_: threads waiting to lead
   std::vector<std::thread> pool_;  // guarded by mutex_
 };
 

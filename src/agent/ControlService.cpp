@@ -9,10 +9,10 @@
 #include <cstring>
 #include <mutex>
 
-#include "ControlProtocol/ControlMessages.h"
-#include "ControlProtocol/ControlLineIO.h"
-#include "ControlProtocol/PromptReply.h"
 #include "Base/DecodingError.h"
+#include "ControlProtocol/ControlLineIO.h"
+#include "ControlProtocol/ControlMessages.h"
+#include "ControlProtocol/PromptReply.h"
 #include "Policy/WindowChoice.h"
 
 namespace quorvane {
@@ -94,8 +94,8 @@ class SocketConversation final : public PresenceConversation {
       return std::nullopt;
     }
     if (!prompt.asks()) return std::nullopt;
-    auto line = readReplyLine(fd_, buffer_, std::chrono::seconds(ControlService::kPromptReplySeconds),
-                              shutdown_);
+    auto line = readReplyLine(fd_, buffer_,
+                              std::chrono::seconds(ControlService::kPromptReplySeconds), shutdown_);
     if (!line) {
       gone_ = true;
       return std::nullopt;
@@ -121,8 +121,7 @@ std::string refusalText(const PresenceResult& result) {
     case PresenceResult::Status::verified: return "verified";
     case PresenceResult::Status::failed: return "verification failed: " + result.detail;
     case PresenceResult::Status::cancelled: return "verification cancelled: " + result.detail;
-    case PresenceResult::Status::unavailable:
-      return "verification unavailable: " + result.detail;
+    case PresenceResult::Status::unavailable: return "verification unavailable: " + result.detail;
   }
   return result.detail;
 }
@@ -254,8 +253,7 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
   pollfd entry{fd, POLLRDHUP, 0};
   while (!shutdown.stop_requested()) {
     entry.revents = 0;
-    if (::poll(&entry, 1, 200) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0)
-      break;
+    if (::poll(&entry, 1, 200) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) break;
   }
   approver_.unsubscribe(token);
 }

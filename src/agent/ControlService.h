@@ -6,8 +6,8 @@
 #include "AgentEngine/Agent.h"
 #include "AgentEngine/LocalApprover.h"
 #include "AgentEngine/PresenceGate.h"
-#include "Platform/Clock.h"
 #include "Base/JSONReader.h"
+#include "Platform/Clock.h"
 #include "Platform/PresenceVerifier.h"
 
 namespace quorvane {

@@ -10,9 +10,9 @@ namespace quorvane {
 class DaemonError : public std::runtime_error {
  public:
   enum class Kind {
-    socketPath,     // the socket path is unusable (too long, folder cannot be made or is unsafe)
-    alreadyRunning, // another agent answers on the socket
-    system,         // a system call failed; the message names it and errno's text
+    socketPath,      // the socket path is unusable (too long, folder cannot be made or is unsafe)
+    alreadyRunning,  // another agent answers on the socket
+    system,          // a system call failed; the message names it and errno's text
   };
 
   DaemonError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}

@@ -17,9 +17,9 @@ constexpr int kBacklog = 128;
 sockaddr_un addressOf(const std::filesystem::path& path) {
   const std::string text = path.string();
   if (text.size() > kMaxSocketPathLength)
-    throw DaemonError(DaemonError::Kind::socketPath,
-                      "socket path is longer than " + std::to_string(kMaxSocketPathLength) +
-                          " bytes: " + text);
+    throw DaemonError(
+        DaemonError::Kind::socketPath,
+        "socket path is longer than " + std::to_string(kMaxSocketPathLength) + " bytes: " + text);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, text.data(), text.size());

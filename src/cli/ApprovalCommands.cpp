@@ -3,8 +3,8 @@
 #include <iostream>
 #include <map>
 
-#include "ControlProtocol/ControlMessages.h"
 #include "ControlProtocol/ControlClient.h"
+#include "ControlProtocol/ControlMessages.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
@@ -12,8 +12,8 @@
 namespace quorvane::cli {
 namespace {
 
-const std::map<std::string, double> kWindows = {{"5m", 300},   {"15m", 900},   {"30m", 1800},
-                                                {"1h", 3600},  {"12h", 43200}, {"24h", 86400}};
+const std::map<std::string, double> kWindows = {{"5m", 300},  {"15m", 900},   {"30m", 1800},
+                                                {"1h", 3600}, {"12h", 43200}, {"24h", 86400}};
 
 // The approval text of a request, as the terminal shows it.
 void showRequest(const JSON& request) {
@@ -103,8 +103,9 @@ void addApprovalCommands(CLI::App& app) {
   static std::string approveID, approveWindow;
   CLI::App* approve = app.add_subcommand("approve", "let a waiting request sign");
   approve->add_option("ID", approveID, "the request's id (see quorvane pending)")->required();
-  approve->add_option("--window", approveWindow,
-                      "also let the same program use the key for this purpose for a while")
+  approve
+      ->add_option("--window", approveWindow,
+                   "also let the same program use the key for this purpose for a while")
       ->check(CLI::IsMember({"5m", "15m", "30m", "1h", "12h", "24h"}));
   approve->callback([] {
     JSON message = answerMessage(approveID, true, "quorvane approve");

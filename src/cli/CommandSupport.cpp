@@ -2,8 +2,8 @@
 
 #include <iostream>
 
-#include "ControlProtocol/ControlMessages.h"
 #include "ControlProtocol/ControlClient.h"
+#include "ControlProtocol/ControlMessages.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "cli/Terminal.h"
 
@@ -17,8 +17,7 @@ void notifyAgentOfChange() { postToAgent({{"message", std::string(kReloadMessage
 
 JSON askAgent(const JSON& message) {
   auto client = ControlClient::connect();
-  if (!client)
-    throw CommandFailure("the agent is not running (start it with quorvane-agent)");
+  if (!client) throw CommandFailure("the agent is not running (start it with quorvane-agent)");
   JSON answer = client->request(message);
   if (!answer.value("ok", false)) throw CommandFailure(answer.value("error", "the agent refused"));
   return answer;
@@ -26,8 +25,7 @@ JSON askAgent(const JSON& message) {
 
 JSON askAgentWithPresence(const JSON& message) {
   auto client = ControlClient::connect();
-  if (!client)
-    throw CommandFailure("the agent is not running (start it with quorvane-agent)");
+  if (!client) throw CommandFailure("the agent is not running (start it with quorvane-agent)");
   JSON answer = client->exchange(message, answerPresencePrompt);
   if (!answer.value("ok", false)) throw CommandFailure(answer.value("error", "the agent refused"));
   return answer;

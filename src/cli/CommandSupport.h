@@ -1,14 +1,13 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "AgentState/SupportState.h"
-#include "KeyStore/KeyRecord.h"
 #include "Base/JSONReader.h"
+#include "KeyStore/KeyRecord.h"
 
 namespace quorvane::cli {
 

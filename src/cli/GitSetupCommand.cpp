@@ -3,9 +3,9 @@
 #include <chrono>
 #include <iostream>
 
+#include "Base/Base64.h"
 #include "ConfigKit/GitConfigBefore.h"
 #include "ConfigKit/GitSigningSetup.h"
-#include "Base/Base64.h"
 #include "Platform/AtomicFile.h"
 #include "Platform/Clock.h"
 #include "Platform/Paths.h"
@@ -216,8 +216,8 @@ void undoGit() {
     for (const GitSavedSetting& setting : undone.settings) restored[setting.key] = setting.values;
     return printJSON({{"scope", scope.name}, {"restored", restored}});
   }
-  std::cout << "Git (" << scope.name << ") is back to its settings of "
-            << undone.savedAt.iso8601() << ".\n";
+  std::cout << "Git (" << scope.name << ") is back to its settings of " << undone.savedAt.iso8601()
+            << ".\n";
 }
 
 }  // namespace

@@ -62,9 +62,8 @@ std::optional<SecureBytes> givenPassphrase() {
 // Parses on a worker thread; a slow key derivation shows that it is working.
 ParsedPrivateKey parseWithProgress(const SecureBytes& text, const SecureBytes& passphrase) {
   auto work = std::async(std::launch::async, [&] {
-    return KeyImporter::parse(std::string_view(reinterpret_cast<const char*>(text.data()),
-                                               text.size()),
-                              passphrase);
+    return KeyImporter::parse(
+        std::string_view(reinterpret_cast<const char*>(text.data()), text.size()), passphrase);
   });
   bool shown = false;
   const char* frames = "|/-\\";
@@ -130,11 +129,13 @@ void addImportCommand(CLI::App& keys) {
       "import", "import a private key file (OpenSSH, PEM, PKCS#1, SEC1, PKCS#8; encrypted or not)");
   command->add_option("FILE", options.file, "the private key file, e.g. ~/.ssh/id_ed25519")
       ->required();
-  command->add_option("--name", options.name, "the key's name (default: its comment, or the file name)");
+  command->add_option("--name", options.name,
+                      "the key's name (default: its comment, or the file name)");
   auto* file = command->add_option("--passphrase-file", options.passphraseFile,
-                                    "read the passphrase from the first line of this file");
-  auto* standardInput = command->add_flag("--passphrase-stdin", options.passphraseStdin,
-                                          "read the passphrase from the first line of standard input");
+                                   "read the passphrase from the first line of this file");
+  auto* standardInput =
+      command->add_flag("--passphrase-stdin", options.passphraseStdin,
+                        "read the passphrase from the first line of standard input");
   file->excludes(standardInput);
   addJSONFlag(command, options.json);
   command->callback(importKey);

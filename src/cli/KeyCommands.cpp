@@ -17,7 +17,7 @@ struct KeyType {
 };
 
 const std::map<std::string, KeyType> kKeyTypes = {
-    {"ed25519", {KeyAlgorithm::ed25519, 0}},     {"ecdsa-p256", {KeyAlgorithm::ecdsaP256, 0}},
+    {"ed25519", {KeyAlgorithm::ed25519, 0}},      {"ecdsa-p256", {KeyAlgorithm::ecdsaP256, 0}},
     {"ecdsa-p384", {KeyAlgorithm::ecdsaP384, 0}}, {"rsa-3072", {KeyAlgorithm::rsa, 3072}},
     {"rsa-4096", {KeyAlgorithm::rsa, 4096}},
 };
@@ -71,7 +71,9 @@ void addKeyCommands(CLI::App& app) {
       "generate", "make a new key; its private half never leaves Quorvane's protected storage");
   generate->add_option("NAME", generateName, "the key's name, shown to servers as its comment")
       ->required();
-  generate->add_option("--type", generateType, "ed25519 (default), ecdsa-p256, ecdsa-p384, rsa-3072 or rsa-4096")
+  generate
+      ->add_option("--type", generateType,
+                   "ed25519 (default), ecdsa-p256, ecdsa-p384, rsa-3072 or rsa-4096")
       ->check(CLI::IsMember([] {
         std::vector<std::string> names;
         for (const auto& [name, type] : kKeyTypes) names.push_back(name);
@@ -91,7 +93,8 @@ void addKeyCommands(CLI::App& app) {
   });
 
   static std::string publicName;
-  CLI::App* show = keys->add_subcommand("public", "print a key's public key (authorized_keys form)");
+  CLI::App* show =
+      keys->add_subcommand("public", "print a key's public key (authorized_keys form)");
   show->add_option("NAME", publicName, "name, fingerprint or id of the key")->required();
   show->callback([] {
     std::cout << publicKeyLine(findKey(SupportState::open().openKeyStore()->records(), publicName))

@@ -59,7 +59,8 @@ void verify() {
 
 void exportLog() {
   auto log = SupportState::open().openActivityLog();
-  const auto format = options.format == "json" ? ActivityExportFormat::json : ActivityExportFormat::csv;
+  const auto format =
+      options.format == "json" ? ActivityExportFormat::json : ActivityExportFormat::csv;
   ActivityStore::ScanCount count;
   if (options.output.empty()) {
     count = log->exportEntries(std::cout, format);
@@ -86,7 +87,8 @@ void purge() {
 }  // namespace
 
 void addLogCommands(CLI::App& app) {
-  CLI::App* log = app.add_subcommand("log", "the activity log: every signature request and its end");
+  CLI::App* log =
+      app.add_subcommand("log", "the activity log: every signature request and its end");
   log->add_option("--search", options.search, "only entries that contain this text");
   log->add_option("--since", options.since, "only entries from this date on (ISO 8601)");
   log->add_option("--limit", options.limit, "at most this many entries, newest first (default 50)");

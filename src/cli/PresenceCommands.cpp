@@ -1,8 +1,8 @@
 #include <iostream>
 
-#include "ControlProtocol/ControlMessages.h"
-#include "ControlProtocol/ControlClient.h"
 #include "AgentState/RemotePause.h"
+#include "ControlProtocol/ControlClient.h"
+#include "ControlProtocol/ControlMessages.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 
@@ -48,8 +48,7 @@ void addRemoteCommands(CLI::App& app) {
     std::cout << "Remote approval is paused.\n";
   });
   static bool yes = false;
-  CLI::App* resume =
-      remote->add_subcommand("resume", "send requests to your paired devices again");
+  CLI::App* resume = remote->add_subcommand("resume", "send requests to your paired devices again");
   resume->add_flag("--yes", yes, "do not ask to confirm");
   resume->callback([] {
     if (!yes && !confirm("send requests to your paired devices again")) {

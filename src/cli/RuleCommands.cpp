@@ -3,13 +3,13 @@
 #include <iostream>
 #include <optional>
 
+#include "AgentState/RulesFile.h"
 #include "Base/DecodingError.h"
 #include "RulesModel/RuleTemplates.h"
 #include "RulesModel/RuleVocabulary.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
-#include "AgentState/RulesFile.h"
 
 namespace quorvane::cli {
 namespace {
@@ -83,8 +83,8 @@ void listTemplates() {
   if (options.json) {
     JSON array = JSON::array();
     for (size_t i = 0; i < templates.size(); ++i)
-      array.push_back({{"number", i + 1}, {"title", templates[i].title},
-                       {"rule", toJSON(templates[i].rule)}});
+      array.push_back(
+          {{"number", i + 1}, {"title", templates[i].title}, {"rule", toJSON(templates[i].rule)}});
     return printJSON(array);
   }
   for (size_t i = 0; i < templates.size(); ++i)
@@ -173,14 +173,17 @@ void addRuleCommands(CLI::App& app) {
   addJSONFlag(listCommand, options.json);
   listCommand->callback(list);
 
-  CLI::App* addCommand = rules->add_subcommand("add", "add a rule; conditions left out match anything");
+  CLI::App* addCommand =
+      rules->add_subcommand("add", "add a rule; conditions left out match anything");
   addCommand->add_option("--name", options.name, "shown in prompts and the log");
-  addCommand->add_option("--decision", options.decision, "allow, askLocal (default), askRemote or deny")
+  addCommand
+      ->add_option("--decision", options.decision, "allow, askLocal (default), askRemote or deny")
       ->check(CLI::IsMember({"allow", "askLocal", "askRemote", "deny"}));
   addCommand->add_option("--purpose", options.purpose,
                          "any (default), login, git, signature, signature:NAMESPACE or other");
   addCommand->add_option("--key", options.keys, "a key's name or fingerprint (repeatable)");
-  addCommand->add_option("--host-key", options.hostKeys, "a server's host key fingerprint (repeatable)");
+  addCommand->add_option("--host-key", options.hostKeys,
+                         "a server's host key fingerprint (repeatable)");
   addCommand->add_option("--app", options.apps, "a program's signing identifier (repeatable)");
   addCommand->add_option("--dir", options.directories, "only in this folder or below (repeatable)");
   addCommand->add_option("--git", options.gitHints, "fetch or push (repeatable)")
@@ -194,8 +197,8 @@ void addRuleCommands(CLI::App& app) {
       "--coding-agent)");
   addCommand->add_option("--coding-agent", options.codingAgent,
                          "a coding agent's identifier, for the templates");
-  for (const char* custom : {"--decision", "--purpose", "--key", "--app", "--dir", "--git",
-                             "--allow-forwarded"})
+  for (const char* custom :
+       {"--decision", "--purpose", "--key", "--app", "--dir", "--git", "--allow-forwarded"})
     templateOption->excludes(custom);
   addCommand->callback(add);
 

@@ -1,10 +1,10 @@
 #include <iostream>
 
-#include "ControlProtocol/SocketPaths.h"
 #include "ConfigKit/ConfigKitError.h"
 #include "ConfigKit/LineDiff.h"
 #include "ConfigKit/SSHConfigEditor.h"
 #include "ConfigKit/SafeFileWriter.h"
+#include "ControlProtocol/SocketPaths.h"
 #include "Platform/Clock.h"
 #include "Platform/Paths.h"
 #include "Platform/WholeFile.h"
@@ -97,8 +97,9 @@ void setupSSH() {
 
   if (!changed) {
     if (options.json) return printJSON(result);
-    std::cout << (options.undo ? "There is no Quorvane block in " + path.string() + "; nothing to undo.\n"
-                               : path.string() + " already sends ssh to Quorvane; nothing to change.\n");
+    std::cout << (options.undo
+                      ? "There is no Quorvane block in " + path.string() + "; nothing to undo.\n"
+                      : path.string() + " already sends ssh to Quorvane; nothing to change.\n");
     return;
   }
   if (!options.json) std::cout << "Changes to " << path.string() << ":\n" << preview << "\n";
@@ -110,7 +111,8 @@ void setupSSH() {
   if (!options.yes && !confirm("Write these changes to " + path.string() + "?"))
     throw CommandFailure("nothing changed");
 
-  auto backup = SafeFileWriter::write(after, path, supportFolder() / "backups", SystemClock().now());
+  auto backup =
+      SafeFileWriter::write(after, path, supportFolder() / "backups", SystemClock().now());
   notifyAgentOfChange();
   result["written"] = true;
   if (backup) result["backup"] = backup->string();

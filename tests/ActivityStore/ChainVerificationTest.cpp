@@ -1,8 +1,8 @@
 #include <string>
 
 #include "ActivityStoreTestSupport.h"
-#include "Crypto/Hash.h"
 #include "Base/Hex.h"
+#include "Crypto/Hash.h"
 
 namespace quorvane {
 namespace {

@@ -6,10 +6,10 @@
 
 #include "AgentEngine/Agent.h"
 #include "AgentEngine/LocalApprover.h"
+#include "AgentState/InMemoryLockStore.h"
 #include "KeyStore/InMemorySecretStore.h"
 #include "SSHWire/SignatureVerification.h"
 #include "SSHWire/WireWriter.h"
-#include "AgentState/InMemoryLockStore.h"
 
 namespace quorvane {
 namespace {
@@ -63,8 +63,8 @@ Rule rule(std::string name, Decision decision, PurposeMatch purpose) {
 
 struct AgentFixture : ::testing::Test {
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>(Date{1'800'000'000});
-  std::shared_ptr<KeyStore> keys = std::make_shared<KeyStore>(
-      std::make_shared<InMemorySecretStore>(), "", nullptr);
+  std::shared_ptr<KeyStore> keys =
+      std::make_shared<KeyStore>(std::make_shared<InMemorySecretStore>(), "", nullptr);
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
   std::shared_ptr<InMemoryLockStore> lockStore = std::make_shared<InMemoryLockStore>();
@@ -78,8 +78,7 @@ struct AgentFixture : ::testing::Test {
         AgentServices{keys, approver, log, nullptr, nullptr, lockStore, clock}, policy);
   }
 
-  SignInput request(const KeyRecord& key, Bytes data = sshsigData("file"),
-                    SignFlags flags = {}) {
+  SignInput request(const KeyRecord& key, Bytes data = sshsigData("file"), SignFlags flags = {}) {
     SignInput input;
     input.keyBlob = key.publicKeyBlob;
     input.data = data;
@@ -181,7 +180,10 @@ TEST_F(AgentFixture, WhatHappensDuringTheWaitDecidesTheEnd) {
   const std::vector<Case> cases = {
       {"lock", [&](ManualClientWatch&) { agent->lock(); }, "locked while waiting",
        ActivityEntry::Outcome::rejected},
-      {"rules", [&](ManualClientWatch&) { agent->replaceRules({rule("new", Decision::deny, PurposeMatch::other())}); },
+      {"rules",
+       [&](ManualClientWatch&) {
+         agent->replaceRules({rule("new", Decision::deny, PurposeMatch::other())});
+       },
        "rule changed while waiting", ActivityEntry::Outcome::denied},
       {"hangup", [](ManualClientWatch& watch) { watch.hangUp(); }, "client disconnected",
        ActivityEntry::Outcome::expired},
@@ -207,8 +209,8 @@ TEST_F(AgentFixture, DenialsAndTimeoutsCountTowardsABlock) {
       clock->advance(60);  // the answer comes after the request expired
       ASSERT_TRUE(approver->answer(approver->pending().back().id, {ApprovalResult::Expired{}}));
     } else {
-      ASSERT_TRUE(approver->answer(approver->pending().back().id,
-                                   {ApprovalResult::Denied{false, "you"}}));
+      ASSERT_TRUE(
+          approver->answer(approver->pending().back().id, {ApprovalResult::Denied{false, "you"}}));
     }
     EXPECT_FALSE(waiting.get());
   }
@@ -216,7 +218,8 @@ TEST_F(AgentFixture, DenialsAndTimeoutsCountTowardsABlock) {
   ActivityEntry blocked = log->last();
   EXPECT_EQ(blocked.decision, "deny");
   EXPECT_TRUE(blocked.decidedBy.starts_with("blocked until ")) << blocked.decidedBy;
-  EXPECT_TRUE(blocked.decidedBy.ends_with(": too many denied or unanswered requests from this program"));
+  EXPECT_TRUE(
+      blocked.decidedBy.ends_with(": too many denied or unanswered requests from this program"));
 }
 
 TEST_F(AgentFixture, AWindowApprovalLetsTheSameProgramSignUntilItEnds) {
@@ -238,7 +241,7 @@ TEST_F(AgentFixture, AWindowApprovalLetsTheSameProgramSignUntilItEnds) {
 
 TEST_F(AgentFixture, RulesDecideWithoutAsking) {
   agent = makeAgent({rule("git commits", Decision::allow, PurposeMatch::signature("git")),
-                      rule("no files", Decision::deny, PurposeMatch::signature("file"))});
+                     rule("no files", Decision::deny, PurposeMatch::signature("file"))});
   ManualClientWatch watch;
   EXPECT_TRUE(agent->sign(request(ed25519, sshsigData("git")), watch));
   EXPECT_EQ(log->last().decidedBy, "rule “git commits”");

@@ -47,8 +47,8 @@ TEST(ApprovalText, ShortensPartsOf81CharactersOrMore) {
   for (int i = 0; i < 80; ++i) umlauts += "ü";
   EXPECT_EQ(shortenedApprovalPart(umlauts), umlauts);
   EXPECT_EQ(shortenedApprovalPart(umlauts + "ü"), umlauts.substr(0, 79 * 2) + "…");
-  const std::string reason = approvalReason(eighty + "b", RequestPurpose::other(), std::nullopt,
-                                            eighty + "c");
+  const std::string reason =
+      approvalReason(eighty + "b", RequestPurpose::other(), std::nullopt, eighty + "c");
   EXPECT_EQ(reason, std::string(79, 'a') + "… for make an unknown signature with key “" +
                         std::string(79, 'a') + "…”");
 }

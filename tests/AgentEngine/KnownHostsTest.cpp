@@ -31,14 +31,24 @@ struct HostKeys : ::testing::Test {
 TEST_F(HostKeys, ListsAndChecksPlainNames) {
   TemporaryDirectory home;
   const auto file = home.path() / "known_hosts";
-  testing::writeFile(file, "# comment\n"
-                           "\n"
-                           "github.com,140.82.1.1 " + first + "\n"
-                           "[build.example]:2222 " + first + " port entry\n"
-                           "*.corp,!evil.corp " + second + "\n"
-                           "@revoked revoked.example " + first + "\n"
-                           "broken.example ssh-ed25519 %%%\n"
-                           "old.example " + second + "\r\n");
+  testing::writeFile(file,
+                     "# comment\n"
+                     "\n"
+                     "github.com,140.82.1.1 " +
+                         first +
+                         "\n"
+                         "[build.example]:2222 " +
+                         first +
+                         " port entry\n"
+                         "*.corp,!evil.corp " +
+                         second +
+                         "\n"
+                         "@revoked revoked.example " +
+                         first +
+                         "\n"
+                         "broken.example ssh-ed25519 %%%\n"
+                         "old.example " +
+                         second + "\r\n");
   KnownHostsResolver resolver({file, home.path() / "missing"});
   EXPECT_EQ(resolver.names(blob(first)),
             (std::vector<std::string>{"github.com", "140.82.1.1", "[build.example]:2222"}));

@@ -60,7 +60,7 @@ PendingApprovals pendingWithRequest() {
 ApprovalResponseMessage answerFrom(const DeviceKeys& device) {
   const ApprovalRequestMessage asked = request();
   return ApprovalResponseMessage{
-      asked.requestID,     asked.macID,    hashOf(device), ApprovalDecision::approve,
+      asked.requestID,          asked.macID,    hashOf(device), ApprovalDecision::approve,
       qap::ApprovalScope::once, asked.dataHash, kNow,           true};
 }
 

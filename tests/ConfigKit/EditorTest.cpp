@@ -24,8 +24,7 @@ TEST(SSHConfigEditor, BlockIsExactlyFourLines) {
             "# >>> Quorvane >>> (managed by Quorvane; remove with Quorvane \xE2\x86\x92 Setup "
             "\xE2\x86\x92 Undo)");
   EXPECT_EQ(editor().managedBlock(), block());
-  EXPECT_EQ(editor({"work-alias", "legacy"}).managedBlock(),
-            block("Host * !work-alias !legacy"));
+  EXPECT_EQ(editor({"work-alias", "legacy"}).managedBlock(), block("Host * !work-alias !legacy"));
 }
 
 struct ApplyCase {
@@ -48,25 +47,25 @@ TEST_P(ApplyingAndRemoving, GivesTheExpectedTexts) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, ApplyingAndRemoving,
-    ::testing::Values(
-        ApplyCase{"empty", "", block(), ""},
-        ApplyCase{"userLines", "Host x\n  User y\n", block() + "\nHost x\n  User y\n",
-                  "Host x\n  User y\n"},
-        ApplyCase{"noFinalNewline", "Host x", block() + "\nHost x", "Host x"},
-        // An older block (other exclusions) is replaced, not doubled.
-        ApplyCase{"replacesOldBlock",
-                  kBegin + "\nHost * !old\n  IdentityAgent /old\n" + kEnd + "\n\nHost x\n",
-                  block() + "\nHost x\n", "Host x\n"},
-        // A block that a user moved below own lines is taken out there and put first.
-        ApplyCase{"blockInTheMiddle", "Host a\n" + block() + "\nHost b\n",
-                  block() + "\nHost a\nHost b\n", "Host a\nHost b\n"},
-        // Begin marker without an end marker: left alone, a fresh block goes on top.
-        ApplyCase{"damagedBlock", kBegin + "\nHost *\n", block() + "\n" + kBegin + "\nHost *\n",
-                  kBegin + "\nHost *\n"},
-        // The marker inside a longer line is not a marker.
-        ApplyCase{"markerNotWholeLine", "# see " + kBegin + "\n" + kEnd + "\n",
-                  block() + "\n# see " + kBegin + "\n" + kEnd + "\n",
-                  "# see " + kBegin + "\n" + kEnd + "\n"}),
+    ::testing::Values(ApplyCase{"empty", "", block(), ""},
+                      ApplyCase{"userLines", "Host x\n  User y\n", block() + "\nHost x\n  User y\n",
+                                "Host x\n  User y\n"},
+                      ApplyCase{"noFinalNewline", "Host x", block() + "\nHost x", "Host x"},
+                      // An older block (other exclusions) is replaced, not doubled.
+                      ApplyCase{
+                          "replacesOldBlock",
+                          kBegin + "\nHost * !old\n  IdentityAgent /old\n" + kEnd + "\n\nHost x\n",
+                          block() + "\nHost x\n", "Host x\n"},
+                      // A block that a user moved below own lines is taken out there and put first.
+                      ApplyCase{"blockInTheMiddle", "Host a\n" + block() + "\nHost b\n",
+                                block() + "\nHost a\nHost b\n", "Host a\nHost b\n"},
+                      // Begin marker without an end marker: left alone, a fresh block goes on top.
+                      ApplyCase{"damagedBlock", kBegin + "\nHost *\n",
+                                block() + "\n" + kBegin + "\nHost *\n", kBegin + "\nHost *\n"},
+                      // The marker inside a longer line is not a marker.
+                      ApplyCase{"markerNotWholeLine", "# see " + kBegin + "\n" + kEnd + "\n",
+                                block() + "\n# see " + kBegin + "\n" + kEnd + "\n",
+                                "# see " + kBegin + "\n" + kEnd + "\n"}),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST(SSHConfigEditor, RemovingLeavesTextsWithoutACompleteBlockAlone) {
@@ -105,17 +104,25 @@ TEST_P(LineDiffWalk, EmitsTheLinesInOrder) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, LineDiffWalk,
     ::testing::Values(
-        DiffCase{"removalBeforeAddition", "a\nb", "a\nc",
+        DiffCase{"removalBeforeAddition",
+                 "a\nb",
+                 "a\nc",
                  {Line::same("a"), Line::removed("b"), Line::added("c")}},
         DiffCase{"emptyTexts", "", "", {Line::same("")}},
         DiffCase{"fromEmpty", "", "x", {Line::removed(""), Line::added("x")}},
         DiffCase{"finalLineFeed", "a\n", "a", {Line::same("a"), Line::removed("")}},
         // The table, not the order of appearance, decides: keeping "b c" beats keeping "a".
-        DiffCase{"longerCommonRestWins", "a\nb\nc", "b\nc\na",
+        DiffCase{"longerCommonRestWins",
+                 "a\nb\nc",
+                 "b\nc\na",
                  {Line::removed("a"), Line::same("b"), Line::same("c"), Line::added("a")}},
-        DiffCase{"blockOnTop", "Host x\n", "B\n\nHost x\n",
+        DiffCase{"blockOnTop",
+                 "Host x\n",
+                 "B\n\nHost x\n",
                  {Line::added("B"), Line::added(""), Line::same("Host x"), Line::same("")}},
-        DiffCase{"allReplaced", "a\nb", "c\nd",
+        DiffCase{"allReplaced",
+                 "a\nb",
+                 "c\nd",
                  {Line::removed("a"), Line::removed("b"), Line::added("c"), Line::added("d")}}),
     [](const auto& param) { return std::string(param.param.name); });
 

@@ -59,13 +59,14 @@ TEST(GitConfigBefore, RoundTripsAndKeepsTheFirstSavedValues) {
   GitConfigBefore before;
   before.remember({"global", Date{1000}, {{"gpg.format", {"openpgp"}}, {"user.signingkey", {}}}});
   // A second setup sees Quorvane's own values; they must not replace the saved ones.
-  before.remember({"global", Date{2000}, {{"gpg.format", {"ssh"}}, {"commit.gpgsign", {"a", "b"}}}});
+  before.remember(
+      {"global", Date{2000}, {{"gpg.format", {"ssh"}}, {"commit.gpgsign", {"a", "b"}}}});
   before.remember({"/repo", Date{3000}, {{"gpg.format", {}}}});
   ASSERT_EQ(before.records.size(), 2u);
-  EXPECT_EQ(before.find("global")->settings,
-            (std::vector<GitSavedSetting>{{"gpg.format", {"openpgp"}},
-                                          {"user.signingkey", {}},
-                                          {"commit.gpgsign", {"a", "b"}}}));
+  EXPECT_EQ(
+      before.find("global")->settings,
+      (std::vector<GitSavedSetting>{
+          {"gpg.format", {"openpgp"}}, {"user.signingkey", {}}, {"commit.gpgsign", {"a", "b"}}}));
   EXPECT_EQ(GitConfigBefore::fromJSON(before.toJSON().dump()), before);
   before.forget("global");
   EXPECT_EQ(before.find("global"), nullptr);
@@ -74,17 +75,22 @@ TEST(GitConfigBefore, RoundTripsAndKeepsTheFirstSavedValues) {
 
 TEST(GitConfigBefore, RejectsDamagedRecords) {
   const std::string good = R"({"savedAt":"2026-01-01T00:00:00Z","scope":"global","settings":[]})";
-  for (const std::string& text : {
-           std::string("not json"),
-           std::string("{}"),
-           std::string(R"({"records":{}})"),
-           std::string(R"({"records":[{"scope":"global","settings":[]}]})"),
-           std::string(R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"rel/path","settings":[]}]})"),
-           std::string(R"({"records":[)") + good + "," + good + "]}",
-           std::string(R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"global","settings":[{"key":"","values":[]}]}]})"),
-           std::string(R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"global","settings":[{"key":"a","values":[1]}]}]})"),
-           std::string(R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"global","settings":[{"key":"a","values":[]},{"key":"a","values":[]}]}]})"),
-       })
+  for (
+      const std::string& text : {
+          std::string("not json"),
+          std::string("{}"),
+          std::string(R"({"records":{}})"),
+          std::string(R"({"records":[{"scope":"global","settings":[]}]})"),
+          std::string(
+              R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"rel/path","settings":[]}]})"),
+          std::string(R"({"records":[)") + good + "," + good + "]}",
+          std::string(
+              R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"global","settings":[{"key":"","values":[]}]}]})"),
+          std::string(
+              R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"global","settings":[{"key":"a","values":[1]}]}]})"),
+          std::string(
+              R"({"records":[{"savedAt":"2026-01-01T00:00:00Z","scope":"global","settings":[{"key":"a","values":[]},{"key":"a","values":[]}]}]})"),
+      })
     EXPECT_THROW(GitConfigBefore::fromJSON(text), DecodingError) << text;
   EXPECT_NO_THROW(GitConfigBefore::fromJSON(std::string(R"({"records":[)") + good + "]}"));
 }

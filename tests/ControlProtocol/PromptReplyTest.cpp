@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "ControlProtocol/PromptReply.h"
 #include "Base/DecodingError.h"
+#include "ControlProtocol/PromptReply.h"
 
 namespace quorvane {
 namespace {
@@ -55,8 +55,8 @@ TEST(PromptReply, EncodedAnswersReadBackAndEveryTruncationIsRefused) {
   EXPECT_EQ(answerOf(std::string(body.begin(), body.end())), tricky);
   for (size_t length = 0; length < body.size(); ++length)
     EXPECT_THROW(parsePromptReply(body.first(length)), DecodingError) << length;
-  EXPECT_TRUE(parsePromptReply(bytesOf(std::string(kPromptCancelLine.substr(
-                                   0, kPromptCancelLine.size() - 1))))
+  EXPECT_TRUE(parsePromptReply(
+                  bytesOf(std::string(kPromptCancelLine.substr(0, kPromptCancelLine.size() - 1))))
                   .cancelled);
 }
 

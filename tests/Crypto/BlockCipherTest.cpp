@@ -1,9 +1,9 @@
 // AES-CTR and CBC decryption against NIST SP 800-38A and, for 3DES and padding, against openssl.
 #include <gtest/gtest.h>
 
+#include "Base/Hex.h"
 #include "Crypto/AESCTR.h"
 #include "Crypto/CBC.h"
-#include "Base/Hex.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::crypto {
@@ -70,8 +70,8 @@ TEST_P(CBCKnownAnswer, DecryptsWithoutPadding) {
   auto plain = cbcDecrypt(GetParam().cipher, key, iv, ciphertext, CBCPadding::none);
   ASSERT_TRUE(plain);
   EXPECT_EQ(hexEncode(plain->view()), hexEncode(hex(kPlaintext)));
-  EXPECT_FALSE(cbcDecrypt(GetParam().cipher, key, iv, ByteView(ciphertext).first(40),
-                          CBCPadding::none));
+  EXPECT_FALSE(
+      cbcDecrypt(GetParam().cipher, key, iv, ByteView(ciphertext).first(40), CBCPadding::none));
 }
 
 INSTANTIATE_TEST_SUITE_P(SP800_38A, CBCKnownAnswer, ::testing::ValuesIn(kCBCVectors));

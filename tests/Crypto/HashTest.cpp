@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "Crypto/Hash.h"
 #include "Base/Hex.h"
+#include "Crypto/Hash.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::crypto {

@@ -1,11 +1,12 @@
 // Known-answer tests of the key derivations that private key files use, from published vectors in
 // tests/data and from openssl run at test time.
 #include <gtest/gtest.h>
+
 #include <nlohmann/json.hpp>
 
+#include "Base/Hex.h"
 #include "Crypto/BcryptPBKDF.h"
 #include "Crypto/Blowfish.h"
-#include "Base/Hex.h"
 #include "Crypto/LegacyKeyDerivation.h"
 #include "Crypto/PBKDF2.h"
 #include "support/TestSupport.h"
@@ -114,9 +115,9 @@ class PBKDF2KnownAnswer : public ::testing::TestWithParam<PBKDF2Vector> {};
 TEST_P(PBKDF2KnownAnswer, DerivesTheKey) {
   const PBKDF2Vector& v = GetParam();
   const size_t length = std::string_view(v.key).size() / 2;
-  EXPECT_EQ(hexEncode(pbkdf2(v.hash, bytesOf(v.password), bytesOf(v.salt), v.iterations, length)
-                          .view()),
-            v.key);
+  EXPECT_EQ(
+      hexEncode(pbkdf2(v.hash, bytesOf(v.password), bytesOf(v.salt), v.iterations, length).view()),
+      v.key);
 }
 
 INSTANTIATE_TEST_SUITE_P(RFCs, PBKDF2KnownAnswer, ::testing::ValuesIn(kPBKDF2Vectors));
@@ -130,19 +131,19 @@ TEST(PBKDF2, MatchesOpenSSLWithSHA512) {
   std::string expected;
   for (char c : result.output)
     if (std::isxdigit(static_cast<unsigned char>(c))) expected.push_back(std::tolower(c));
-  EXPECT_EQ(hexEncode(pbkdf2(HashAlgorithm::sha512, bytesOf("pass phrase"), bytesOf("NaCl"), 1000,
-                             40)
-                          .view()),
-            expected);
+  EXPECT_EQ(
+      hexEncode(
+          pbkdf2(HashAlgorithm::sha512, bytesOf("pass phrase"), bytesOf("NaCl"), 1000, 40).view()),
+      expected);
 }
 
 // `openssl enc -P` prints the key and IV that its MD5 derivation gives; the IV continues the key
 // stream, so 48 derived bytes are key || IV for AES-256.
 TEST(LegacyPEMKey, MatchesOpenSSLEnc) {
   for (const char* password : {"secret", "a much longer pass phrase than one MD5 block"}) {
-    auto result = testing::runCommand({"openssl", "enc", "-aes-256-cbc", "-md", "md5", "-P", "-S",
-                                       "0102030405060708", "-pass",
-                                       std::string("pass:") + password});
+    auto result =
+        testing::runCommand({"openssl", "enc", "-aes-256-cbc", "-md", "md5", "-P", "-S",
+                             "0102030405060708", "-pass", std::string("pass:") + password});
     ASSERT_EQ(result.exitCode, 0);
     auto field = [&](const std::string& name) {
       // Lines read "key=HEX" and "iv =HEX".

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "Base/Hex.h"
 #include "Crypto/AESGCM.h"
 #include "Crypto/DigestContext.h"
 #include "Crypto/HMAC.h"
 #include "Crypto/HMACContext.h"
-#include "Base/Hex.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::crypto {
@@ -76,8 +76,8 @@ namespace {
 TEST(ReusableContexts, MatchOneShotDigestsAndMACsAcrossMessages) {
   const Bytes messages[] = {bytesOf(""), bytesOf("abc"), Bytes(1000, 0x5a)};
   const Bytes keys[] = {Bytes{}, Bytes(20, 0x0b), Bytes(200, 0xaa)};
-  for (HashAlgorithm algorithm : {HashAlgorithm::sha1, HashAlgorithm::sha256,
-                                  HashAlgorithm::sha384, HashAlgorithm::sha512}) {
+  for (HashAlgorithm algorithm :
+       {HashAlgorithm::sha1, HashAlgorithm::sha256, HashAlgorithm::sha384, HashAlgorithm::sha512}) {
     DigestContext digestContext(algorithm);
     for (const Bytes& message : messages) {
       Bytes out(digestContext.size());

@@ -9,8 +9,8 @@
 // exit code), 77 skipped because the program does not run under valgrind.
 #include <cstdio>
 
-#include "Crypto/MLKEM768.h"
 #include "Base/Random.h"
+#include "Crypto/MLKEM768.h"
 
 #if __has_include(<valgrind/memcheck.h>)
 #include <valgrind/memcheck.h>

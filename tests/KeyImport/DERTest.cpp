@@ -69,14 +69,22 @@ INSTANTIATE_TEST_SUITE_P(Encodings, StrictDER, ::testing::ValuesIn(kDERCases),
 
 TEST(ObjectIdentifiers, HaveTheirDottedNames) {
   const std::pair<oid::Contents, const char*> known[] = {
-      {oid::kRSAEncryption, "1.2.840.113549.1.1.1"}, {oid::kECPublicKey, "1.2.840.10045.2.1"},
-      {oid::kPrimeField, "1.2.840.10045.1.1"},       {oid::kP256, "1.2.840.10045.3.1.7"},
-      {oid::kP384, "1.3.132.0.34"},                  {oid::kP521, "1.3.132.0.35"},
-      {oid::kEd25519, "1.3.101.112"},                {oid::kPBES2, "1.2.840.113549.1.5.13"},
-      {oid::kPBKDF2, "1.2.840.113549.1.5.12"},       {oid::kHMACWithSHA1, "1.2.840.113549.2.7"},
-      {oid::kHMACWithSHA256, "1.2.840.113549.2.9"},  {oid::kHMACWithSHA512, "1.2.840.113549.2.11"},
-      {oid::kAES128CBC, "2.16.840.1.101.3.4.1.2"},   {oid::kAES192CBC, "2.16.840.1.101.3.4.1.22"},
-      {oid::kAES256CBC, "2.16.840.1.101.3.4.1.42"},  {oid::kDESEDE3CBC, "1.2.840.113549.3.7"},
+      {oid::kRSAEncryption, "1.2.840.113549.1.1.1"},
+      {oid::kECPublicKey, "1.2.840.10045.2.1"},
+      {oid::kPrimeField, "1.2.840.10045.1.1"},
+      {oid::kP256, "1.2.840.10045.3.1.7"},
+      {oid::kP384, "1.3.132.0.34"},
+      {oid::kP521, "1.3.132.0.35"},
+      {oid::kEd25519, "1.3.101.112"},
+      {oid::kPBES2, "1.2.840.113549.1.5.13"},
+      {oid::kPBKDF2, "1.2.840.113549.1.5.12"},
+      {oid::kHMACWithSHA1, "1.2.840.113549.2.7"},
+      {oid::kHMACWithSHA256, "1.2.840.113549.2.9"},
+      {oid::kHMACWithSHA512, "1.2.840.113549.2.11"},
+      {oid::kAES128CBC, "2.16.840.1.101.3.4.1.2"},
+      {oid::kAES192CBC, "2.16.840.1.101.3.4.1.22"},
+      {oid::kAES256CBC, "2.16.840.1.101.3.4.1.42"},
+      {oid::kDESEDE3CBC, "1.2.840.113549.3.7"},
   };
   for (const auto& [contents, dotted] : known) EXPECT_EQ(dottedObjectIdentifier(contents), dotted);
   EXPECT_THROW(dottedObjectIdentifier(hex("2a 86")), KeyImportError);     // unterminated arc

@@ -30,8 +30,8 @@ std::filesystem::path sshKeygenKey(const std::string& name, const std::string& t
   const std::filesystem::path path = keyDirectory() / name;
   std::filesystem::remove(path);
   std::filesystem::remove(path.string() + ".pub");
-  std::vector<std::string> arguments = {"ssh-keygen", "-q", "-t", type, "-N", "",
-                                        "-C", "imported key", "-f", path.string()};
+  std::vector<std::string> arguments = {"ssh-keygen", "-q", "-t",           type, "-N",
+                                        "",           "-C", "imported key", "-f", path.string()};
   if (bits != 0) arguments.insert(arguments.end(), {"-b", std::to_string(bits)});
   runTool(arguments);
   return path;
@@ -40,8 +40,8 @@ std::filesystem::path sshKeygenKey(const std::string& name, const std::string& t
 void sshKeygenReencrypt(const std::filesystem::path& file, const std::string& passphrase,
                         const std::string& cipher, int rounds, const std::string& format,
                         const std::string& oldPassphrase) {
-  std::vector<std::string> arguments = {"ssh-keygen", "-q",          "-p", "-P", oldPassphrase,
-                                        "-N",         passphrase,    "-f", file.string()};
+  std::vector<std::string> arguments = {"ssh-keygen", "-q",       "-p", "-P",         oldPassphrase,
+                                        "-N",         passphrase, "-f", file.string()};
   if (!cipher.empty()) arguments.insert(arguments.end(), {"-Z", cipher});
   if (rounds != 0) arguments.insert(arguments.end(), {"-a", std::to_string(rounds)});
   if (!format.empty()) arguments.insert(arguments.end(), {"-m", format});

@@ -2,12 +2,12 @@
 
 // Helpers of the key import tests: key files made by the real tools, reading back what ssh-keygen
 // derives from them, and editing OpenSSH containers field by field.
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "KeyImport/KeyImporter.h"
 #include "SSHWire/SSHPublicKey.h"
@@ -39,7 +39,8 @@ SSHPublicKey sshKeygenPublicKey(const std::filesystem::path& file,
 SecureBytes passphraseOf(const std::string& text);
 
 // The error that importing `text` gives; nothing (and a test failure) when it imports.
-std::optional<KeyImportError> importError(std::string_view text, const std::string& passphrase = "");
+std::optional<KeyImportError> importError(std::string_view text,
+                                          const std::string& passphrase = "");
 
 // Imports the file with the passphrase, then checks that its public key is the one ssh-keygen
 // derives from the same file and that its signatures (both SHA-2 flags for RSA) verify under it.
@@ -47,8 +48,7 @@ ParsedPrivateKey expectImportsAndSigns(const std::filesystem::path& file,
                                        const std::string& passphrase = "");
 // The same against a public key derived elsewhere (ssh-keygen cannot read every PEM key).
 ParsedPrivateKey expectImportsAndSigns(const std::filesystem::path& file,
-                                       const std::string& passphrase,
-                                       const SSHPublicKey& expected);
+                                       const std::string& passphrase, const SSHPublicKey& expected);
 
 // The Ed25519 public key that openssl derives from a PEM private key file (ssh-keygen does not
 // read Ed25519 keys in PEM files).

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <sstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "Base/Base64.h"
-#include "Crypto/Hash.h"
 #include "Base/Hex.h"
+#include "Crypto/Hash.h"
 #include "ImportTestSupport.h"
 #include "SSHWire/WireReader.h"
 #include "SSHWire/WireWriter.h"
@@ -91,8 +91,8 @@ INSTANTIATE_TEST_SUITE_P(
 // OpenSSH's own encrypted test keys, with the intermediate values recorded beside them: the
 // private section that decryption yields must hash to the recorded digest.
 TEST(OpenSSHFixtures, DecryptTheRecordedPrivateSections) {
-  const auto fixtures = nlohmann::json::parse(readFile(testing::testDataPath(
-      "openssh/openssh_bcrypt_fixtures.json")));
+  const auto fixtures = nlohmann::json::parse(
+      readFile(testing::testDataPath("openssh/openssh_bcrypt_fixtures.json")));
   for (const auto& fixture : fixtures) {
     const std::string file = fixture["file"];
     const std::string text = readFile(testing::testDataPath("openssh/" + file));
@@ -101,8 +101,7 @@ TEST(OpenSSHFixtures, DecryptTheRecordedPrivateSections) {
     const SecureBytes plain = KeyImporter::decryptPrivateSection(
         cipher, testing::hex(fixture["derived_key"].get<std::string>()),
         testing::hex(fixture["derived_iv"].get<std::string>()), container.privateSection, {});
-    EXPECT_EQ(hexEncode(crypto::sha256(plain.view())), fixture["decrypted_section_sha256"])
-        << file;
+    EXPECT_EQ(hexEncode(crypto::sha256(plain.view())), fixture["decrypted_section_sha256"]) << file;
 
     const std::string passphrase = fixture["passphrase"];
     if (file == "rsa_n_pw") {
@@ -221,8 +220,8 @@ const ContainerChange kContainerChanges[] = {
      KeyImportError::malformed()},
     {"ZeroRounds", true, [](auto& c) { c.kdfOptions = kdfOptions(Bytes(16, 1), 0); },
      KeyImportError::malformed()},
-    {"TrailingOptionBytes", true,
-     [](auto& c) { c.kdfOptions.push_back(0); }, KeyImportError::malformed()},
+    {"TrailingOptionBytes", true, [](auto& c) { c.kdfOptions.push_back(0); },
+     KeyImportError::malformed()},
     {"UnknownCipherBeforeLayout", true,
      [](auto& c) {
        c.cipher = "aes192-gcm@openssh.com";
@@ -231,8 +230,7 @@ const ContainerChange kContainerChanges[] = {
      KeyImportError::unsupportedCipher("aes192-gcm@openssh.com")},
     {"TagByteMissing", true, [](auto& c) { c.tail.pop_back(); }, KeyImportError::malformed()},
     {"TagByteExtra", true, [](auto& c) { c.tail.push_back(0); }, KeyImportError::malformed()},
-    {"TagByteFlipped", true, [](auto& c) { c.tail[3] ^= 0x40; },
-     KeyImportError::wrongPassphrase()},
+    {"TagByteFlipped", true, [](auto& c) { c.tail[3] ^= 0x40; }, KeyImportError::wrongPassphrase()},
     {"TrailingByteWithoutTag", false, [](auto& c) { c.tail.push_back(0); },
      KeyImportError::malformed()},
     {"SectionOf20Bytes", false, [](auto& c) { c.privateSection.resize(20); },
@@ -240,7 +238,9 @@ const ContainerChange kContainerChanges[] = {
     {"CheckIntegersDiffer", false, [](auto& c) { c.privateSection[0] ^= 1; },
      KeyImportError::malformed()},
     {"WrongPadding", false,
-     [](auto& c) { repad(c, [](Bytes& s) { s.insert(s.end(), {1, 2, 4, 4}); }); },
+     [](auto& c) { repad(c, [](Bytes& s) {
+                     s.insert(s.end(), {1, 2, 4, 4});
+                   }); },
      KeyImportError::malformed()},
     {"OtherTypeInside", false, [](auto& c) { c.privateSection[8 + 4 + 10] ^= 1; },
      KeyImportError::inconsistentKey()},
@@ -265,10 +265,9 @@ class ChangedContainer : public ::testing::TestWithParam<ContainerChange> {
   static std::filesystem::path keyFile(bool encrypted) {
     const auto path = testing::keyDirectory() / (encrypted ? "gcm" : "plain");
     if (!std::filesystem::exists(path)) {
-      testing::runTool({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "x", "-f",
-                        path.string()});
-      if (encrypted)
-        testing::sshKeygenReencrypt(path, kPassphrase, "aes256-gcm@openssh.com", 16);
+      testing::runTool(
+          {"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "x", "-f", path.string()});
+      if (encrypted) testing::sshKeygenReencrypt(path, kPassphrase, "aes256-gcm@openssh.com", 16);
     }
     return path;
   }

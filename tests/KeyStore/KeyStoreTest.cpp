@@ -144,8 +144,8 @@ TEST_F(KeyStoreTest, KeepsKeysInUseUntilReloadOrRemoval) {
   const KeyRecord record = store_->generate(KeyAlgorithm::ed25519, "k", kNow);
   ASSERT_NO_THROW(store_->sign(record, kData, {}));
   secrets_->store(record.id, Bytes(32, 0x42));
-  EXPECT_TRUE(verify(store_->sign(record, kData, {}), kData,
-                     SSHPublicKey::parse(record.publicKeyBlob)));
+  EXPECT_TRUE(
+      verify(store_->sign(record, kData, {}), kData, SSHPublicKey::parse(record.publicKeyBlob)));
   store_->reload();
   EXPECT_EQ(keyStoreError([&] { store_->sign(record, kData, {}); }),
             KeyStoreError::invalidSecret(record.id));

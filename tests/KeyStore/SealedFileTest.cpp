@@ -16,9 +16,9 @@
 #include <thread>
 
 #include "Base/Base64.h"
-#include "Crypto/HMAC.h"
 #include "Base/Hex.h"
 #include "Base/Random.h"
+#include "Crypto/HMAC.h"
 #include "KeyStore/FixedSealingKey.h"
 #include "KeyStore/KeyStoreError.h"
 #include "KeyStore/KeychainSealingKey.h"

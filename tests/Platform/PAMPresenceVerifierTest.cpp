@@ -70,17 +70,22 @@ TEST_P(PAMVerification, EndsAsThePrivateConfigurationDecides) {
 
 INSTANTIATE_TEST_SUITE_P(
     PrivateServices, PAMVerification,
-    ::testing::Values(
-        Case{"permit", PAMService::permit, {}, Status::verified, 0},
-        Case{"deny", PAMService::deny, {}, Status::failed, 0},
-        Case{"noService", std::nullopt, {}, Status::unavailable, 0},
-        Case{"rightAnswer", PAMService::asks, {std::string(testing::kTypedSecret)},
-             Status::verified, 2},
-        Case{"wrongAnswer", PAMService::asks, {"open sesame!"}, Status::failed, 2},
-        Case{"emptyAnswer", PAMService::asks, {""}, Status::failed, 2},
-        Case{"answerWithNUL", PAMService::asks, {std::string("open sesame\0x", 13)},
-             Status::failed, 2},
-        Case{"noAnswer", PAMService::asks, {std::nullopt}, Status::cancelled, 2}),
+    ::testing::Values(Case{"permit", PAMService::permit, {}, Status::verified, 0},
+                      Case{"deny", PAMService::deny, {}, Status::failed, 0},
+                      Case{"noService", std::nullopt, {}, Status::unavailable, 0},
+                      Case{"rightAnswer",
+                           PAMService::asks,
+                           {std::string(testing::kTypedSecret)},
+                           Status::verified,
+                           2},
+                      Case{"wrongAnswer", PAMService::asks, {"open sesame!"}, Status::failed, 2},
+                      Case{"emptyAnswer", PAMService::asks, {""}, Status::failed, 2},
+                      Case{"answerWithNUL",
+                           PAMService::asks,
+                           {std::string("open sesame\0x", 13)},
+                           Status::failed,
+                           2},
+                      Case{"noAnswer", PAMService::asks, {std::nullopt}, Status::cancelled, 2}),
     [](const auto& param) { return std::string(param.param.name); });
 
 }  // namespace

@@ -129,8 +129,9 @@ TEST(Capture, TakesTheAncestryOfAPeerSeenRecentlyFromTheCache) {
   AncestorCache cache;
   const PeerOrigin first = capture(connection.get(), getuid(), nullptr, &cache);
   ASSERT_LT(first.chain.size(), kMaximumChainLength) << "a cut walk is not remembered";
-  const auto self = std::find_if(first.chain.begin(), first.chain.end(),
-                                 [](const ProcessInfoEntry& entry) { return entry.pid == getpid(); });
+  const auto self =
+      std::find_if(first.chain.begin(), first.chain.end(),
+                   [](const ProcessInfoEntry& entry) { return entry.pid == getpid(); });
   ASSERT_NE(self, first.chain.end());
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(levels);
@@ -155,8 +156,8 @@ TEST(AncestorCache, ReusesOnlyTheSameRunningProgramWhileFresh) {
 
   EXPECT_EQ(cache.find(key, now + AncestorCache::kFreshness - std::chrono::milliseconds(1)),
             described);
-  const AncestorCache::Key others[] = {{4242, 1001, 8, 77},   // the pid given to a new process
-                                       {4242, 1000, 8, 78},   // the process ran another program
+  const AncestorCache::Key others[] = {{4242, 1001, 8, 77},  // the pid given to a new process
+                                       {4242, 1000, 8, 78},  // the process ran another program
                                        {4242, 1000, 9, 77},
                                        {4243, 1000, 8, 77}};
   for (const auto& other : others) EXPECT_EQ(cache.find(other, now), std::nullopt);

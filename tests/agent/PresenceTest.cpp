@@ -5,13 +5,16 @@
 #include <thread>
 
 #include "ActivityModel/InMemoryActivityLog.h"
-#include "ControlProtocol/ControlLineIO.h"
-#include "ControlProtocol/ControlClient.h"
+#include "AgentState/InMemoryLockStore.h"
 #include "AgentState/PresenceSetting.h"
 #include "AgentState/RemotePause.h"
+#include "ControlProtocol/ControlClient.h"
+#include "ControlProtocol/ControlLineIO.h"
 #include "KeyStore/ImportedKey.h"
 #include "KeyStore/InMemorySecretStore.h"
 #include "KeyStore/KeychainSealingKey.h"
+#include "KeyStore/SignatureBlob.h"
+#include "KeyStore/SoftwareHardwareKeys.h"
 #include "Platform/InMemoryKeychain.h"
 #include "Platform/PAMPresenceVerifier.h"
 #include "SSHWire/SignatureVerification.h"
@@ -19,10 +22,7 @@
 #include "agent/ConnectionServer.h"
 #include "agent/ControlService.h"
 #include "agent/FrameIO.h"
-#include "KeyStore/SignatureBlob.h"
-#include "KeyStore/SoftwareHardwareKeys.h"
 #include "support/PAMServices.h"
-#include "AgentState/InMemoryLockStore.h"
 
 namespace quorvane {
 namespace {
@@ -57,9 +57,9 @@ struct Frontend {
 struct PresenceFixture : ::testing::Test {
   testing::TemporaryDirectory home;
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>(Date{1'800'000'000});
-  std::shared_ptr<KeyStore> keys = std::make_shared<KeyStore>(
-      std::make_shared<InMemorySecretStore>(), "", nullptr,
-      std::make_shared<testing::SoftwareHardwareKeys>());
+  std::shared_ptr<KeyStore> keys =
+      std::make_shared<KeyStore>(std::make_shared<InMemorySecretStore>(), "", nullptr,
+                                 std::make_shared<testing::SoftwareHardwareKeys>());
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   std::shared_ptr<InMemoryActivityLog> log = std::make_shared<InMemoryActivityLog>();
   Agent agent{AgentServices{keys, approver, log, nullptr, nullptr,
@@ -72,12 +72,13 @@ struct PresenceFixture : ::testing::Test {
                         PAMPresenceVerifier::currentUserName().value_or("root"), pam),
                     *clock, true};
   std::vector<bool> savedSettings;
-  ControlService control{agent, *approver, gate,
-                         {{}, {}, {}, [this](bool enabled) { savedSettings.push_back(enabled); }}};
+  ControlService control{agent, *approver, gate, {{}, {}, {}, [this](bool enabled) {
+                                                    savedSettings.push_back(enabled);
+                                                  }}};
   std::filesystem::path socket = home.path() / "control.sock";
   UnixListener listener = UnixListener::open(socket);
-  ConnectionServer server{listener, [this](int fd, std::stop_token shutdown) { control.serve(fd, shutdown); },
-                          {}};
+  ConnectionServer server{
+      listener, [this](int fd, std::stop_token shutdown) { control.serve(fd, shutdown); }, {}};
   std::stop_source stop;
   std::jthread serving{[this] { server.run(stop.get_token()); }};
   ManualClientWatch watch;
@@ -103,8 +104,8 @@ struct PresenceFixture : ::testing::Test {
 
   // Starts a signature on its own thread; `asks`: waits until it is pending with the approver.
   std::future<std::optional<Bytes>> startSigning(const KeyRecord& key, bool asks = true) {
-    auto future =
-        std::async(std::launch::async, [this, input = request(key)] { return agent.sign(input, watch); });
+    auto future = std::async(std::launch::async,
+                             [this, input = request(key)] { return agent.sign(input, watch); });
     if (asks) waitForPending(1);
     return future;
   }
@@ -157,7 +158,8 @@ TEST_P(ApprovalThroughPAM, TheVerificationDecidesAndTheLogSaysWho) {
     EXPECT_TRUE(verify(*signature, sshsigData(), SSHPublicKey::parse(imported.publicKeyBlob)));
   }
   const ActivityEntry entry = lastEntry();
-  EXPECT_EQ(entry.outcome, c.signs ? ActivityEntry::Outcome::signed_ : ActivityEntry::Outcome::denied);
+  EXPECT_EQ(entry.outcome,
+            c.signs ? ActivityEntry::Outcome::signed_ : ActivityEntry::Outcome::denied);
   EXPECT_EQ(entry.decidedBy.rfind(c.decidedBy, 0), 0u) << entry.decidedBy;
   if (c.service == PAMService::asks) {
     ASSERT_EQ(frontend.prompts.size(), 2u);
@@ -168,14 +170,14 @@ TEST_P(ApprovalThroughPAM, TheVerificationDecidesAndTheLogSaysWho) {
 
 INSTANTIATE_TEST_SUITE_P(
     PrivateServices, ApprovalThroughPAM,
-    ::testing::Values(
-        ApprovalCase{"permit", PAMService::permit, std::nullopt, true, "you, with test"},
-        ApprovalCase{"deny", PAMService::deny, std::nullopt, false,
-                     "you, with test: verification failed"},
-        ApprovalCase{"rightAnswer", PAMService::asks, std::string(testing::kTypedSecret), true,
-                     "you, with test"},
-        ApprovalCase{"wrongAnswer", PAMService::asks, "sesame", false,
-                     "you, with test: verification failed"}),
+    ::testing::Values(ApprovalCase{"permit", PAMService::permit, std::nullopt, true,
+                                   "you, with test"},
+                      ApprovalCase{"deny", PAMService::deny, std::nullopt, false,
+                                   "you, with test: verification failed"},
+                      ApprovalCase{"rightAnswer", PAMService::asks,
+                                   std::string(testing::kTypedSecret), true, "you, with test"},
+                      ApprovalCase{"wrongAnswer", PAMService::asks, "sesame", false,
+                                   "you, with test: verification failed"}),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST_F(PresenceFixture, AFrontendThatSkipsTheVerificationCannotMakeTheAgentSign) {
@@ -241,7 +243,8 @@ TEST_P(WindowReuse, AWindowApprovedOnceSignsWithoutAPromptUntilItEnds) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Keys, WindowReuse,
-                         ::testing::Values(ProtectionClass::imported, ProtectionClass::touchIDOnly));
+                         ::testing::Values(ProtectionClass::imported,
+                                           ProtectionClass::touchIDOnly));
 
 TEST_F(PresenceFixture, FingerprintKeysNeedLivePresenceEvenWhenARuleAllows) {
   usePAM(PAMService::permit);
@@ -277,10 +280,10 @@ TEST_F(PresenceFixture, UnlockAndRemoteResumeNeedAVerification) {
     std::optional<std::string> typed;
     bool works;
   };
-  for (const Attempt& attempt : {Attempt{PAMService::deny, std::nullopt, false},
-                                 Attempt{PAMService::asks, std::nullopt, false},
-                                 Attempt{PAMService::asks, "wrong", false},
-                                 Attempt{PAMService::asks, std::string(testing::kTypedSecret), true}}) {
+  for (const Attempt& attempt :
+       {Attempt{PAMService::deny, std::nullopt, false},
+        Attempt{PAMService::asks, std::nullopt, false}, Attempt{PAMService::asks, "wrong", false},
+        Attempt{PAMService::asks, std::string(testing::kTypedSecret), true}}) {
     usePAM(attempt.service);
     Frontend frontend{attempt.typed, {}};
     EXPECT_EQ(send({{"message", "unlock"}}, frontend).value("ok", false), attempt.works);
@@ -289,6 +292,7 @@ TEST_F(PresenceFixture, UnlockAndRemoteResumeNeedAVerification) {
      public:
       explicit Relay(Frontend& f) : handler_(f.handler()) {}
       std::optional<SecureBytes> exchange(const PresencePrompt& p) override { return handler_(p); }
+
      private:
       PromptHandler handler_;
     } relay(frontend);

@@ -5,11 +5,11 @@
 #include <chrono>
 #include <thread>
 
+#include "SSHWire/Framing.h"
 #include "agent/ConnectionServer.h"
 #include "agent/DaemonError.h"
 #include "agent/FrameIO.h"
 #include "agent/HangupWatch.h"
-#include "SSHWire/Framing.h"
 #include "support/TestSupport.h"
 
 namespace quorvane {
@@ -64,7 +64,7 @@ TEST_F(SocketLayer, FramesOfLengthZeroOrAboveTheLimitCloseWithoutAnAnswer) {
   const Case cases[] = {
       {Framing::frame(bytesOf("\x0b")), true},
       {Bytes{0, 0, 0, 0}, false},
-      {Bytes{0, 4, 0, 1}, false},  // 262145
+      {Bytes{0, 4, 0, 1}, false},      // 262145
       {Bytes{0, 0, 0, 5, 11}, false},  // truncated body, then end of input
   };
   for (const Case& c : cases) {
@@ -103,13 +103,12 @@ TEST_F(SocketLayer, HangupWatchTellsAHangupFromAShutdown) {
 TEST_F(SocketLayer, ServerBoundsConnectionsRecreatesItsSocketAndStopsCleanly) {
   UnixListener listener = UnixListener::open(socketPath);
   std::atomic<int> served = 0;
-  ConnectionServer server(
-      listener,
-      [&](int fd, std::stop_token) {
-        ++served;
-        while (auto frame = readFrame(fd)) writeAll(fd, Framing::frame(*frame));
-      },
-      {.maxConnections = 2, .socketCheckInterval = 50ms});
+  ConnectionServer server(listener,
+                          [&](int fd, std::stop_token) {
+                            ++served;
+                            while (auto frame = readFrame(fd)) writeAll(fd, Framing::frame(*frame));
+                          },
+                          {.maxConnections = 2, .socketCheckInterval = 50ms});
   std::stop_source stop;
   std::jthread runner([&] { server.run(stop.get_token()); });
 
@@ -138,12 +137,11 @@ TEST_F(SocketLayer, ServerBoundsConnectionsRecreatesItsSocketAndStopsCleanly) {
 // Clients one after another are served by the threads already there, not by a thread each.
 TEST_F(SocketLayer, ServerReusesItsThreads) {
   UnixListener listener = UnixListener::open(socketPath);
-  ConnectionServer server(
-      listener,
-      [&](int fd, std::stop_token) {
-        while (auto frame = readFrame(fd)) writeAll(fd, Framing::frame(*frame));
-      },
-      {.maxConnections = 32});
+  ConnectionServer server(listener,
+                          [&](int fd, std::stop_token) {
+                            while (auto frame = readFrame(fd)) writeAll(fd, Framing::frame(*frame));
+                          },
+                          {.maxConnections = 32});
   std::stop_source stop;
   std::jthread runner([&] { server.run(stop.get_token()); });
   for (int i = 0; i < 50; ++i) {

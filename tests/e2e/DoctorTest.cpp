@@ -34,7 +34,8 @@ class SizedHome {
   void startAgent() {
     writePAMService(home_ / "pam", PAMService::permit);
     agent_ = std::make_unique<BackgroundProcess>(
-        std::vector<std::string>{QUORVANE_AGENT_BINARY, "--pam-config-dir", (home_ / "pam").string()},
+        std::vector<std::string>{QUORVANE_AGENT_BINARY, "--pam-config-dir",
+                                 (home_ / "pam").string()},
         home_ / "agent.log");
     EXPECT_TRUE(eventually([&] { return std::filesystem::exists(socket()); }))
         << readFile(home_ / "agent.log");
@@ -76,8 +77,9 @@ TEST(Doctor, ReportsARunningAgentItsKeysAndHostsThenAStoppedOne) {
   ASSERT_EQ(home.quorvane({"keys", "generate", "laptop"}).exitCode, 0);
   ASSERT_EQ(home.quorvane({"keys", "generate", "spare"}).exitCode, 0);
   writeFile(home.home() / ".ssh" / "config",
-            std::string(SSHConfigEditor::kBeginMarker) + "\nHost github.com work\n  IdentityAgent " +
-                home.socket().string() + "\n" + std::string(SSHConfigEditor::kEndMarker) +
+            std::string(SSHConfigEditor::kBeginMarker) +
+                "\nHost github.com work\n  IdentityAgent " + home.socket().string() + "\n" +
+                std::string(SSHConfigEditor::kEndMarker) +
                 "\nHost excluded.example\n  IdentityAgent none\nHost *\n"
                 "  User git\n");
   auto [code, checks] = home.doctor();
@@ -198,9 +200,9 @@ TEST(AgentService, InstallWritesTheUnitAndEnablesIt) {
   ::setenv("PATH", path.c_str(), 1);
 
   std::string calls = readFile(log);
-  for (const char* call : {"--user daemon-reload\n",
-                           "--user enable --now com.tallowmere.quorvane.agent.service\n",
-                           "--user disable --now com.tallowmere.quorvane.agent.service\n"})
+  for (const char* call :
+       {"--user daemon-reload\n", "--user enable --now com.tallowmere.quorvane.agent.service\n",
+        "--user disable --now com.tallowmere.quorvane.agent.service\n"})
     EXPECT_NE(calls.find(call), std::string::npos) << call << calls;
 }
 

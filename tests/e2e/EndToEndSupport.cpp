@@ -1,14 +1,13 @@
 #include "e2e/EndToEndSupport.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <thread>
@@ -107,7 +106,8 @@ std::filesystem::path QuorvaneHome::agentSocket() const {
 
 void QuorvaneHome::startAgent() {
   agent_ = std::make_unique<BackgroundProcess>(
-      std::vector<std::string>{QUORVANE_AGENT_BINARY, "--pam-config-dir", (home() / "pam").string()},
+      std::vector<std::string>{QUORVANE_AGENT_BINARY, "--pam-config-dir",
+                               (home() / "pam").string()},
       home() / "agent.log");
   EXPECT_TRUE(eventually([&] {
     return std::filesystem::exists(home() / ".ssh" / "quorvane" / "control.sock");
@@ -186,12 +186,13 @@ SSHServer::SSHServer(const std::filesystem::path& folder,
   writeFile(folder_ / "authorized_keys", keys);
   port_ = freeLoopbackPort();
   writeFile(folder_ / "sshd_config",
-            "Port " + std::to_string(port_) +
-                "\nListenAddress 127.0.0.1\nHostKey " + (folder_ / "host_key").string() +
-                "\nAuthorizedKeysFile " + (folder_ / "authorized_keys").string() +
+            "Port " + std::to_string(port_) + "\nListenAddress 127.0.0.1\nHostKey " +
+                (folder_ / "host_key").string() + "\nAuthorizedKeysFile " +
+                (folder_ / "authorized_keys").string() +
                 "\nStrictModes no\nPasswordAuthentication no\nKbdInteractiveAuthentication no\n"
                 "UsePAM no\nPermitRootLogin prohibit-password\nAllowAgentForwarding yes\n"
-                "PidFile " + (folder_ / "sshd.pid").string() + "\n" + extraConfig);
+                "PidFile " +
+                (folder_ / "sshd.pid").string() + "\n" + extraConfig);
   std::filesystem::create_directories("/run/sshd");
   process_ = std::make_unique<BackgroundProcess>(
       std::vector<std::string>{"/usr/sbin/sshd", "-D", "-e", "-f",
@@ -208,8 +209,8 @@ SSHServer::SSHServer(const std::filesystem::path& folder,
 }
 
 std::string SSHServer::hostKeyFingerprint() const {
-  CommandResult result = runCommand({"ssh-keygen", "-l", "-E", "sha256", "-f",
-                                     (folder_ / "host_key.pub").string()});
+  CommandResult result =
+      runCommand({"ssh-keygen", "-l", "-E", "sha256", "-f", (folder_ / "host_key.pub").string()});
   std::string output = result.output;
   size_t start = output.find("SHA256:");
   return output.substr(start, output.find(' ', start) - start);

@@ -23,9 +23,17 @@ class EndToEnd : public ::testing::Test {
   std::vector<std::string> ssh(int port, const std::vector<std::string>& remote,
                                bool forwardAgent = false) {
     std::vector<std::string> command = {
-        "ssh", "-F", "/dev/null", "-o", "BatchMode=yes",
-        "-o", "UserKnownHostsFile=" + (quorvane.home() / ".ssh" / "known_hosts").string(),
-        "-o", "IdentityAgent=" + quorvane.agentSocket().string(), "-p", std::to_string(port)};
+        "ssh",
+        "-F",
+        "/dev/null",
+        "-o",
+        "BatchMode=yes",
+        "-o",
+        "UserKnownHostsFile=" + (quorvane.home() / ".ssh" / "known_hosts").string(),
+        "-o",
+        "IdentityAgent=" + quorvane.agentSocket().string(),
+        "-p",
+        std::to_string(port)};
     if (forwardAgent) command.push_back("-A");
     command.push_back(currentUserName() + "@127.0.0.1");
     command.insert(command.end(), remote.begin(), remote.end());
@@ -72,19 +80,19 @@ TEST_F(EndToEnd, SSHKeygenSignsAfterApprovalAndTheSignatureVerifies) {
                                (quorvane.home() / "message").string()});
   JSON pending = quorvane.waitForPending(1);
   ASSERT_EQ(pending.size(), 1u);
-  EXPECT_EQ(pending[0]["reason"].get<std::string>().find(" for sign data (file) with key “signer”") !=
-                std::string::npos,
+  EXPECT_EQ(pending[0]["reason"].get<std::string>().find(
+                " for sign data (file) with key “signer”") != std::string::npos,
             true);
   quorvane.approveNext();
   ASSERT_EQ(signing.get().exitCode, 0);
 
   writeFile(quorvane.home() / "allowed", "me@example.com " + publicKey("signer") + "\n");
-  EXPECT_EQ(runCommand({"ssh-keygen", "-Y", "verify", "-f", (quorvane.home() / "allowed").string(),
-                        "-I", "me@example.com", "-n", "file", "-s",
-                        (quorvane.home() / "message.sig").string()},
-                       quorvane.home() / "message")
-                .exitCode,
-            0);
+  EXPECT_EQ(
+      runCommand({"ssh-keygen", "-Y", "verify", "-f", (quorvane.home() / "allowed").string(), "-I",
+                  "me@example.com", "-n", "file", "-s", (quorvane.home() / "message.sig").string()},
+                 quorvane.home() / "message")
+          .exitCode,
+      0);
   JSON entry = quorvane.lastEntry();
   EXPECT_EQ(entry["purpose"], "sign:file");
   EXPECT_EQ(entry["outcome"], "signed");
@@ -122,12 +130,12 @@ TEST_F(EndToEnd, AForwardedLoginShowsItsHopAndNeedsAllowForwarded) {
                      "login", "--host-key", target.hostKeyFingerprint()});
 
   // On the jump host, ssh uses the forwarded agent (SSH_AUTH_SOCK set by sshd).
-  auto login = inBackground(ssh(jump.port(),
-                                {"ssh", "-F", "/dev/null", "-o", "BatchMode=yes", "-o",
-                                 "UserKnownHostsFile=" + knownHosts.string(), "-p",
-                                 std::to_string(target.port()), currentUserName() + "@127.0.0.1",
-                                 "echo", "through"},
-                                true));
+  auto login = inBackground(
+      ssh(jump.port(),
+          {"ssh", "-F", "/dev/null", "-o", "BatchMode=yes", "-o",
+           "UserKnownHostsFile=" + knownHosts.string(), "-p", std::to_string(target.port()),
+           currentUserName() + "@127.0.0.1", "echo", "through"},
+          true));
   quorvane.approveNext();  // the login to the jump host
   quorvane.approveNext();  // the forwarded login: the rule without --allow-forwarded does not match
   CommandResult result = login.get();
@@ -157,8 +165,8 @@ TEST_F(EndToEnd, GitSignsCommitsWithAnAgentKey) {
            {"gpg.ssh.allowedSignersFile", (quorvane.home() / "allowed").string()}})
     ASSERT_EQ(git({"config", setting.first, setting.second}).exitCode, 0);
 
-  auto commit = inBackground({"git", "-C", repository.string(), "commit", "-q", "-S",
-                              "--allow-empty", "-m", "signed"});
+  auto commit = inBackground(
+      {"git", "-C", repository.string(), "commit", "-q", "-S", "--allow-empty", "-m", "signed"});
   quorvane.approveNext();
   ASSERT_EQ(commit.get().exitCode, 0);
   EXPECT_EQ(git({"verify-commit", "HEAD"}).exitCode, 0);
@@ -169,7 +177,12 @@ TEST_F(EndToEnd, LockPendingLimitAndDenialsWorkAcrossProcesses) {
   quorvane.quorvane({"keys", "generate", "busy"});
   writeFile(quorvane.home() / "busy.pub", publicKey("busy") + "\n");
   writeFile(quorvane.home() / "message", "x");
-  const std::vector<std::string> sign = {"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
+  const std::vector<std::string> sign = {"ssh-keygen",
+                                         "-Y",
+                                         "sign",
+                                         "-n",
+                                         "file",
+                                         "-f",
                                          (quorvane.home() / "busy.pub").string(),
                                          (quorvane.home() / "message").string()};
   auto locked = inBackground(sign);
@@ -203,21 +216,22 @@ TEST_F(EndToEnd, ImportedKeysSignLikeTheFileTheyCameFrom) {
                 .exitCode,
             0);
   writeFile(quorvane.home() / "passphrase", "wrong\n");
-  CommandResult wrong = quorvane.quorvane(
-      {"keys", "import", key.string(), "--passphrase-file", (quorvane.home() / "passphrase").string()},
-      true);
+  CommandResult wrong = quorvane.quorvane({"keys", "import", key.string(), "--passphrase-file",
+                                           (quorvane.home() / "passphrase").string()},
+                                          true);
   EXPECT_NE(wrong.exitCode, 0);
   writeFile(quorvane.home() / "passphrase", "secret words\n");
-  CommandResult imported = quorvane.quorvane(
-      {"keys", "import", key.string(), "--passphrase-file", (quorvane.home() / "passphrase").string()});
+  CommandResult imported = quorvane.quorvane({"keys", "import", key.string(), "--passphrase-file",
+                                              (quorvane.home() / "passphrase").string()});
   EXPECT_NE(imported.output.find("Imported “laptop rsa”"), std::string::npos) << imported.output;
   EXPECT_NE(imported.output.find("3072"), std::string::npos) << "the notice for a short RSA key";
   writeFile(quorvane.home() / "junk", "\xff\xfe not text");
-  EXPECT_NE(quorvane.quorvane({"keys", "import", (quorvane.home() / "junk").string()}, true).exitCode,
-            0);
+  EXPECT_NE(
+      quorvane.quorvane({"keys", "import", (quorvane.home() / "junk").string()}, true).exitCode, 0);
 
   // ssh-keygen signs through the agent with the imported key; the file's own public key verifies.
-  std::string publicLine = runCommand({"ssh-keygen", "-y", "-P", "secret words", "-f", key.string()}).output;
+  std::string publicLine =
+      runCommand({"ssh-keygen", "-y", "-P", "secret words", "-f", key.string()}).output;
   writeFile(quorvane.home() / "id_rsa.pub", publicLine);
   writeFile(quorvane.home() / "message", "imported\n");
   auto signing = inBackground({"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
@@ -249,10 +263,10 @@ TEST_F(EndToEnd, AClientKilledWhileWaitingIsLoggedAsDisconnected) {
   quorvane.quorvane({"keys", "generate", "patient"});
   writeFile(quorvane.home() / "patient.pub", publicKey("patient") + "\n");
   writeFile(quorvane.home() / "message", "x");
-  BackgroundProcess signer({"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
-                            (quorvane.home() / "patient.pub").string(),
-                            (quorvane.home() / "message").string()},
-                           quorvane.home() / "signer.log");
+  BackgroundProcess signer(
+      {"ssh-keygen", "-Y", "sign", "-n", "file", "-f", (quorvane.home() / "patient.pub").string(),
+       (quorvane.home() / "message").string()},
+      quorvane.home() / "signer.log");
   quorvane.waitForPending(1);
   signer.stop(SIGKILL);
   JSON entry;
@@ -269,7 +283,12 @@ TEST_F(EndToEnd, ApproveUnlockAndRemoteResumeAskForPresenceAndTheTypedAnswerDeci
   quorvane.quorvane({"keys", "generate", "present"});
   writeFile(quorvane.home() / "present.pub", publicKey("present") + "\n");
   writeFile(quorvane.home() / "message", "x");
-  const std::vector<std::string> sign = {"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
+  const std::vector<std::string> sign = {"ssh-keygen",
+                                         "-Y",
+                                         "sign",
+                                         "-n",
+                                         "file",
+                                         "-f",
                                          (quorvane.home() / "present.pub").string(),
                                          (quorvane.home() / "message").string()};
   const std::string right = std::string(kTypedSecret) + "\n";
@@ -282,7 +301,8 @@ TEST_F(EndToEnd, ApproveUnlockAndRemoteResumeAskForPresenceAndTheTypedAnswerDeci
     JSON entry = quorvane.lastEntry();
     EXPECT_EQ(entry["outcome"], typed == right ? "signed" : "denied");
     EXPECT_TRUE(entry["decidedBy"].get<std::string>().starts_with(
-        typed == right ? "you, with quorvane approve" : "you, with quorvane approve: verification failed"))
+        typed == right ? "you, with quorvane approve"
+                       : "you, with quorvane approve: verification failed"))
         << entry.dump();
   }
 

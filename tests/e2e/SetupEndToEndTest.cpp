@@ -44,11 +44,11 @@ TEST(SetupSSH, SSHUsesTheAgentForEveryHostButTheExcludedAndUndoRestoresTheFile) 
   EXPECT_EQ(readFile(std::filesystem::directory_iterator(backups)->path()), mine);
 
   const std::string socket = quorvane.agentSocket().string();
-  for (const auto& [host, agent] : std::vector<std::pair<std::string, std::string>>{
-           {"example.com", socket},
-           {"127.0.0.1", socket},
-           {"legacy", "/run/other.sock"},
-           {"db.internal", ""}})
+  for (const auto& [host, agent] :
+       std::vector<std::pair<std::string, std::string>>{{"example.com", socket},
+                                                        {"127.0.0.1", socket},
+                                                        {"legacy", "/run/other.sock"},
+                                                        {"db.internal", ""}})
     EXPECT_EQ(identityAgent(config, host), agent) << host;
 
   quorvane.quorvane({"setup", "ssh", "--undo", "--yes"});
@@ -95,11 +95,12 @@ TEST_P(SetupGit, SignsThroughTheAgentWhateverSSHAuthSockSaysAndUndoRestoresTheSe
   if (c.inRepository) setup.insert(setup.end(), {"--repo", repository.string()});
   if (c.signByDefault) setup.push_back("--sign-by-default");
   JSON result = quorvane.quorvaneJSON(setup);
-  EXPECT_EQ(result["allowedSigner"].get<std::string>().rfind("me@example.com namespaces=\"git\" ", 0),
-            0u);
+  EXPECT_EQ(
+      result["allowedSigner"].get<std::string>().rfind("me@example.com namespaces=\"git\" ", 0),
+      0u);
 
-  std::vector<std::string> commit = {"git", "-C", repository.string(), "commit", "-q",
-                                     "--allow-empty", "-m", "signed"};
+  std::vector<std::string> commit = {
+      "git", "-C", repository.string(), "commit", "-q", "--allow-empty", "-m", "signed"};
   if (!c.signByDefault) commit.push_back("-S");
   auto committed = std::async(std::launch::async, [commit] { return runCommand(commit); });
   quorvane.approveNext();
