@@ -2,9 +2,19 @@
 # so that one source tree gives the plain, the sanitized and the fuzzing builds.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
 
+# Clang checks the lock annotations (GUARDED_BY, REQUIRES, ...) of Base/ThreadAnnotations.h.
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  add_compile_options(-Wthread-safety)
+endif()
+
 if(QUORVANE_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined -fno-sanitize-recover=all)
+endif()
+
+if(QUORVANE_TSAN)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
 endif()
 
 if(QUORVANE_FUZZ)

@@ -1,40 +1,18 @@
 #include "ActivityStore/ActivityStore.h"
 
-#include <fcntl.h>
 #include <openssl/crypto.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <limits>
 
+#include "ActivityStore/ActivityDatabase.h"
 #include "ActivityStore/ActivityStoreError.h"
-#include "ActivityStore/ChainHasher.h"
-#include "ActivityStore/SQLite.h"
 
 namespace quorvane {
 
 namespace {
-
-constexpr const char* kSchema =
-    "PRAGMA journal_mode=WAL;\n"
-    "CREATE TABLE IF NOT EXISTS activity (\n"
-    "  id INTEGER PRIMARY KEY AUTOINCREMENT,\n"
-    "  date REAL NOT NULL,\n"
-    "  json TEXT NOT NULL,\n"
-    "  prev BLOB NOT NULL,\n"
-    "  hash BLOB NOT NULL\n"
-    ");\n"
-    "CREATE INDEX IF NOT EXISTS activity_date ON activity(date);";
-
-// A commit reaches the disk before append returns, so an answered request cannot vanish from the
-// log when the power goes.
-constexpr const char* kSyncEachCommit = "PRAGMA synchronous=FULL;";
-// Commits are written to the WAL without waiting for the disk; the background recorder syncs the
-// files before it records a head (and a checkpoint syncs them too), so the anchor never names a
-// row that a power loss could take.
-constexpr const char* kSyncBeforeAnchor = "PRAGMA synchronous=NORMAL;";
 
 // Syncs one of the connection's files (the database, or its WAL when open) through SQLite's own
 // file object: a descriptor opened and closed here would drop the connection's POSIX locks.
@@ -47,14 +25,8 @@ void syncFile(sqlite3* db, int opcode) {
   if (code != SQLITE_OK) throw ActivityStoreError::sqlite(code, "the log could not be synced");
 }
 
-constexpr std::string_view kNewestRow = "SELECT id, hash FROM activity ORDER BY id DESC LIMIT 1";
-constexpr std::string_view kOldestRow = "SELECT id, prev FROM activity ORDER BY id LIMIT 1";
-constexpr std::string_view kInsert =
-    "INSERT INTO activity(date, json, prev, hash) VALUES (?,?,?,?)";
 constexpr std::string_view kScan = "SELECT id, json, prev, hash FROM activity ORDER BY id";
 constexpr std::string_view kPurge = "DELETE FROM activity WHERE date < ?";
-constexpr std::string_view kFirstKeptID = "SELECT min(id) FROM activity WHERE date >= ?";
-constexpr std::string_view kEarliestDateFrom = "SELECT min(date) FROM activity WHERE id >= ?";
 
 bool sameBytes(ByteView a, ByteView b) {
   return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
@@ -63,14 +35,6 @@ bool sameBytes(ByteView a, ByteView b) {
 // The date column's value: the entry's date as its JSON text gives it, in whole seconds.
 double storedSeconds(Date date) {
   return Date::parseISO8601(date.iso8601()).value_or(Date{}).secondsSince1970;
-}
-
-// A new file is made readable by its owner only; SQLite gives its -wal and -shm files the same
-// mode.
-void createPrivately(const std::filesystem::path& path) {
-  if (path.empty() || path == ":memory:") return;
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (fd >= 0) ::close(fd);
 }
 
 // The LIKE pattern that finds `text` inside entry JSON: the text as it appears inside a JSON
@@ -87,125 +51,7 @@ std::string likePattern(std::string_view text) {
   return pattern;
 }
 
-std::optional<ChainEnd> readEnd(SQLiteStatement& statement) {
-  SQLiteStatement::Use use(statement);
-  if (!statement.step()) return std::nullopt;
-  ByteView hash = statement.blobAt(1);
-  return ChainEnd{statement.int64At(0), Bytes(hash.begin(), hash.end())};
-}
-
 }  // namespace
-
-// The connection and what is used with it; touched only on the store's queue.
-struct ActivityStore::Database {
-  struct Inserted {
-    ChainEnd head;
-    // The start to record after the commit, when the anchor had none.
-    std::optional<ChainEnd> start;
-  };
-
-  Database(const std::filesystem::path& path, const std::optional<SecureBytes>& chainKey,
-           bool syncBeforeAnchor);
-
-  void begin() { run(beginImmediate); }
-  void commit() { run(commitStatement); }
-  void rollbackQuietly() noexcept {
-    try {
-      run(rollbackStatement);
-    } catch (const ActivityStoreError&) {
-      // Nothing was committed; SQLite rolls back on its own when it cannot.
-    }
-  }
-  static void run(SQLiteStatement& statement) {
-    SQLiteStatement::Use use(statement);
-    statement.run();
-  }
-
-  // Inside a write transaction: links the row to the newest row, or to the anchor's `head` when
-  // the anchor knows a row at least as new (rows removed from the end then stay visible). With
-  // `startMissing`, the start to record is read after the insert.
-  Inserted insert(std::string_view json, double date, const std::optional<ChainEnd>& head,
-                  bool startMissing);
-  double purgeBound(double cutoff);
-
-  SQLiteConnection connection;
-  ChainHasher hasher;
-  SQLiteStatement newestRow, oldestRow, insertRow;
-  SQLiteStatement beginImmediate, commitStatement, rollbackStatement;
-};
-
-ActivityStore::Database::Database(const std::filesystem::path& path,
-                                  const std::optional<SecureBytes>& chainKey, bool syncBeforeAnchor)
-    : connection([&] {
-        createPrivately(path);
-        sqlite3* raw = nullptr;
-        int code = sqlite3_open_v2(
-            path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-            nullptr);
-        SQLiteConnection owned(raw);
-        if (code != SQLITE_OK)
-          throw ActivityStoreError::sqlite(code, raw ? sqlite3_errmsg(raw) : "open");
-        sqlite3_busy_timeout(raw, kBusyTimeoutMilliseconds);
-        executeSQL(raw, kSchema);
-        executeSQL(raw, syncBeforeAnchor ? kSyncBeforeAnchor : kSyncEachCommit);
-        return owned;
-      }()),
-      hasher(chainKey),
-      newestRow(connection.get(), kNewestRow),
-      oldestRow(connection.get(), kOldestRow),
-      insertRow(connection.get(), kInsert),
-      beginImmediate(connection.get(), "BEGIN IMMEDIATE"),
-      commitStatement(connection.get(), "COMMIT"),
-      rollbackStatement(connection.get(), "ROLLBACK") {}
-
-ActivityStore::Database::Inserted ActivityStore::Database::insert(
-    std::string_view json, double date, const std::optional<ChainEnd>& head, bool startMissing) {
-  std::optional<ChainEnd> newest = readEnd(newestRow);
-  ByteView prev = kGenesisPrev;
-  if (head && (!newest || head->id >= newest->id))
-    prev = head->hash;
-  else if (newest)
-    prev = newest->hash;
-
-  ChainHash hash = hasher.hash(prev, json);
-  {
-    SQLiteStatement::Use use(insertRow);
-    insertRow.bind(1, date);
-    insertRow.bind(2, json);
-    insertRow.bind(3, prev);
-    insertRow.bind(4, ByteView(hash));
-    insertRow.run();
-  }
-  Inserted inserted{{sqlite3_last_insert_rowid(connection.get()), Bytes(hash.begin(), hash.end())},
-                    std::nullopt};
-  if (startMissing) inserted.start = readEnd(oldestRow);
-  return inserted;
-}
-
-// The date bound that deletes the rows dated before `cutoff` as far as they are a run from the
-// oldest row: lowered to the earliest date among the rows that must stay, until the rows below the
-// bound are exactly those before the first row that stays. Each round lowers the bound to the date
-// of a row, so it ends; with dates in order it ends after one round.
-double ActivityStore::Database::purgeBound(double cutoff) {
-  SQLiteStatement firstKept(connection.get(), kFirstKeptID);
-  SQLiteStatement earliestFrom(connection.get(), kEarliestDateFrom);
-  double bound = cutoff;
-  for (;;) {
-    int64_t firstKeptID;
-    {
-      SQLiteStatement::Use use(firstKept);
-      firstKept.bind(1, bound);
-      if (!firstKept.step() || firstKept.isNull(0)) return bound;  // every row goes
-      firstKeptID = firstKept.int64At(0);
-    }
-    SQLiteStatement::Use use(earliestFrom);
-    earliestFrom.bind(1, firstKeptID);
-    if (!earliestFrom.step() || earliestFrom.isNull(0)) return bound;
-    double earliest = earliestFrom.doubleAt(0);
-    if (earliest >= bound) return bound;
-    bound = earliest;
-  }
-}
 
 // After the commit, so that the anchor never names a row that might not be there; a head already
 // further on (another process's) stays.
@@ -250,12 +96,13 @@ std::unique_ptr<ActivityStore> ActivityStore::open(const std::filesystem::path& 
 }
 
 void ActivityStore::recordInBackground(std::stop_token stop) {
-  std::unique_lock lock(batchMutex_);
+  MutexLock lock(batchMutex_);
   for (;;) {
-    anchorWorkArrived_.wait(lock, stop, [&] { return anchorWork_.head.has_value(); });
+    anchorWorkArrived_.wait(batchMutex_, stop,
+                            [&]() REQUIRES(batchMutex_) { return anchorWork_.head.has_value(); });
     if (!anchorWork_.head) return;  // stopped with nothing left to record
     // Let a burst of appends settle, so that one keychain write records them all.
-    anchorWorkArrived_.wait_for(lock, stop, kAnchorCoalescing, [] { return false; });
+    anchorWorkArrived_.wait_for(batchMutex_, stop, kAnchorCoalescing, [] { return false; });
     AnchorWork work = std::exchange(anchorWork_, {});
     lock.unlock();
     try {
@@ -301,7 +148,7 @@ void ActivityStore::commitBatch(const std::vector<PendingAppend*>& batch) {
       throw;
     }
     if (anchorRecorder_.joinable()) {
-      std::lock_guard lock(batchMutex_);
+      MutexLock lock(batchMutex_);
       // With work already waiting, the recorder is gathering or recording and needs no wake-up.
       bool recorderIdle = !anchorWork_.head;
       anchorWork_.head = inserted.head;
@@ -318,9 +165,10 @@ void ActivityStore::append(const ActivityEntry& entry) {
   PendingAppend mine;
   mine.json = encodeActivityEntryText(entry);
   mine.date = storedSeconds(entry.date);
-  std::unique_lock lock(batchMutex_);
+  MutexLock lock(batchMutex_);
   batch_.push_back(&mine);
-  batchChanged_.wait(lock, [&] { return mine.done || !batchLeader_; });
+  batchChanged_.wait(batchMutex_,
+                     [&]() REQUIRES(batchMutex_) { return mine.done || !batchLeader_; });
   if (!mine.done) {
     // Lead the next transaction: take every entry waiting now, this one included.
     batchLeader_ = true;

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <ostream>
 #include <stop_token>
@@ -20,6 +19,7 @@
 #include "ActivityStore/ChainAnchor.h"
 #include "ActivityStore/ChainProblem.h"
 #include "ActivityStore/SerialQueue.h"
+#include "Base/Mutex.h"
 #include "Base/SecureBytes.h"
 
 namespace quorvane {
@@ -138,16 +138,16 @@ class ActivityStore final : public ActivityLog {
   void recordInAnchor(const ChainEnd& head, const std::optional<ChainEnd>& start);
   // Commits `batch` in one transaction (on the queue) and records the anchor.
   void commitBatch(const std::vector<PendingAppend*>& batch);
-  void recordInBackground(std::stop_token stop);
+  void recordInBackground(std::stop_token stop) EXCLUDES(batchMutex_);
   // On the queue: syncs the database and its WAL when commits are not synced one by one.
   void makeCommitsDurable();
 
   std::shared_ptr<ChainAnchor> anchor_;
-  std::mutex batchMutex_;
-  std::condition_variable batchChanged_;
-  std::vector<PendingAppend*> batch_;  // guarded by batchMutex_
-  bool batchLeader_ = false;           // guarded by batchMutex_: a transaction is being committed
-  AnchorWork anchorWork_;              // guarded by batchMutex_
+  Mutex batchMutex_;
+  std::condition_variable_any batchChanged_;
+  std::vector<PendingAppend*> batch_ GUARDED_BY(batchMutex_);
+  bool batchLeader_ GUARDED_BY(batchMutex_) = false;  // a transaction is being committed
+  AnchorWork anchorWork_ GUARDED_BY(batchMutex_);
   std::condition_variable_any anchorWorkArrived_;
   bool syncBeforeAnchor_ = false;       // commits are not synced one by one
   std::jthread anchorRecorder_;         // runs only with anchorInBackground

@@ -2,11 +2,12 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <utility>
+
+#include "Base/Mutex.h"
 
 namespace quorvane {
 
@@ -44,11 +45,11 @@ class SerialQueue {
   };
 
   const std::string label_;
-  std::mutex mutex_;
-  std::condition_variable turnEnded_;
-  uint64_t nextTicket_ = 0;  // guarded by mutex_
-  uint64_t serving_ = 0;     // guarded by mutex_
-  std::thread::id runner_;   // guarded by mutex_: the thread whose work runs now
+  Mutex mutex_;
+  std::condition_variable_any turnEnded_;
+  uint64_t nextTicket_ GUARDED_BY(mutex_) = 0;
+  uint64_t serving_ GUARDED_BY(mutex_) = 0;
+  std::thread::id runner_ GUARDED_BY(mutex_);  // the thread whose work runs now
 };
 
 }  // namespace quorvane

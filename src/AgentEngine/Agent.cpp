@@ -30,7 +30,7 @@ void Agent::lockLocked() {
 
 void Agent::lock() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     lockLocked();
   }
   if (services_.lockStore) services_.lockStore->setLocked(true);
@@ -38,43 +38,43 @@ void Agent::lock() {
 
 void Agent::unlock() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     locked_ = false;
   }
   if (services_.lockStore) services_.lockStore->setLocked(false);
 }
 
 bool Agent::isLocked() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return locked_;
 }
 
 void Agent::replaceRules(std::vector<Rule> rules) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (rules == policy_.rules) return;
   policy_.rules = std::move(rules);
   ++epoch_;
 }
 
 void Agent::revokeWindows() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   policy_.clearGrants();
   contexts_.clear();
   ++epoch_;
 }
 
 void Agent::setRemoteApprovalAvailable(bool available) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   remoteApprovalAvailable_ = available;
 }
 
 uint64_t Agent::epoch() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return epoch_;
 }
 
 void Agent::setReasonFormatter(ReasonFormatter formatter) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   reasonFormatter_ = std::move(formatter);
 }
 

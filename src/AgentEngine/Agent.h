@@ -4,7 +4,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "AgentEngine/SignInput.h"
 #include "AgentState/HostPinStore.h"
 #include "AgentState/LockStore.h"
+#include "Base/Mutex.h"
 #include "KeyStore/KeyStore.h"
 #include "Platform/Clock.h"
 #include "Policy/PolicyEngine.h"
@@ -81,8 +81,8 @@ class Agent {
     Date until;
   };
 
-  // Sets `locked` and raises the epoch; REQUIRES: mutex_ held.
-  void lockLocked();
+  // Sets `locked` and raises the epoch.
+  void lockLocked() REQUIRES(mutex_);
 
   // The policy's verdict on one request, with what the wait after it needs to know; taken in
   // one hold of the mutex.
@@ -105,27 +105,26 @@ class Agent {
   bool describe(SignAttempt& attempt) const;
   bool passesFixedChecks(SignAttempt& attempt) const;
   std::optional<Bytes> decideAndSign(SignAttempt& attempt, ClientWatch& watch);
-  Verdict decide(const SignAttempt& attempt, const PolicyRequest& request);
+  Verdict decide(const SignAttempt& attempt, const PolicyRequest& request) EXCLUDES(mutex_);
   ApprovalResult waitForApproval(const SignAttempt& attempt, const Verdict& verdict,
-                                 ClientWatch& watch);
+                                 ClientWatch& watch) EXCLUDES(mutex_);
   bool settleAfterWait(SignAttempt& attempt, const Verdict& verdict, const PolicyRequest& request,
-                       const ApprovalResult& result, ClientWatch& watch);
+                       const ApprovalResult& result, ClientWatch& watch) EXCLUDES(mutex_);
   std::optional<Bytes> signAndPin(SignAttempt& attempt);
   void record(const ActivityEntry& entry);
 
   const AgentServices services_;
 
-  mutable std::mutex mutex_;
-  // All guarded by mutex_.
-  PolicyEngine policy_;
-  uint64_t epoch_ = 0;
+  mutable Mutex mutex_;
+  PolicyEngine policy_ GUARDED_BY(mutex_);
+  uint64_t epoch_ GUARDED_BY(mutex_) = 0;
   // Raised by every lock, so that a wait can tell a lock from another reason the epoch moved.
-  uint64_t lockGeneration_ = 0;
-  std::map<UUID, int> pending_;  // by key record id
-  bool locked_ = false;
-  bool remoteApprovalAvailable_ = false;
-  std::map<std::string, ContextWindow> contexts_;
-  ReasonFormatter reasonFormatter_;
+  uint64_t lockGeneration_ GUARDED_BY(mutex_) = 0;
+  std::map<UUID, int> pending_ GUARDED_BY(mutex_);  // by key record id
+  bool locked_ GUARDED_BY(mutex_) = false;
+  bool remoteApprovalAvailable_ GUARDED_BY(mutex_) = false;
+  std::map<std::string, ContextWindow> contexts_ GUARDED_BY(mutex_);
+  ReasonFormatter reasonFormatter_ GUARDED_BY(mutex_);
 };
 
 }  // namespace quorvane

@@ -37,19 +37,19 @@ std::optional<Announcement> parseAnnouncementContents(ByteView contents, Date no
 }
 
 void AnnouncementBoard::record(ProcessInstance process, Announcement announcement) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   entries_.insert_or_assign(process, std::move(announcement));
 }
 
 std::optional<Announcement> AnnouncementBoard::current(ProcessInstance process, Date now) const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   auto found = entries_.find(process);
   if (found == entries_.end() || found->second.expires <= now) return std::nullopt;
   return found->second;
 }
 
 void AnnouncementBoard::prune(Date now) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   std::erase_if(entries_, [&](const auto& entry) { return entry.second.expires <= now; });
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +9,7 @@
 
 #include "Base/Bytes.h"
 #include "Base/Date.h"
+#include "Base/Mutex.h"
 
 namespace quorvane {
 
@@ -56,8 +56,8 @@ class AnnouncementBoard {
   void prune(Date now);
 
  private:
-  mutable std::mutex mutex_;
-  std::map<ProcessInstance, Announcement> entries_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  std::map<ProcessInstance, Announcement> entries_ GUARDED_BY(mutex_);
 };
 
 }  // namespace quorvane

@@ -10,7 +10,7 @@ LocalApprover::LocalApprover(Clock& clock) : clock_(clock) {}
 void LocalApprover::notify(const Event& event) {
   std::vector<Listener> listeners;
   {
-    std::lock_guard lock(listenersMutex_);
+    MutexLock lock(listenersMutex_);
     for (const auto& [token, listener] : listeners_) listeners.push_back(listener);
   }
   for (const auto& listener : listeners) listener(event);
@@ -23,16 +23,17 @@ ApprovalResult LocalApprover::requestApproval(const ApprovalRequest& request,
                         std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                             std::chrono::duration<double>(std::max(remaining, 0.0)));
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     waiting_.insert_or_assign(request.id, Waiting{request, std::nullopt, nextOrder_++});
   }
   notify({request.id, request});
 
   ApprovalResult result{ApprovalResult::Expired{}};
   {
-    std::unique_lock lock(mutex_);
-    bool done = answered_.wait_until(lock, stop, deadline,
-                                     [&] { return waiting_.at(request.id).result.has_value(); });
+    MutexLock lock(mutex_);
+    bool done = answered_.wait_until(mutex_, stop, deadline, [&]() REQUIRES(mutex_) {
+      return waiting_.at(request.id).result.has_value();
+    });
     if (done)
       result = *waiting_.at(request.id).result;
     else if (stop.stop_requested())
@@ -44,7 +45,7 @@ ApprovalResult LocalApprover::requestApproval(const ApprovalRequest& request,
 }
 
 std::vector<ApprovalRequest> LocalApprover::pending() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   std::vector<const Waiting*> ordered;
   for (const auto& [id, waiting] : waiting_)
     if (!waiting.result) ordered.push_back(&waiting);
@@ -55,14 +56,14 @@ std::vector<ApprovalRequest> LocalApprover::pending() const {
 }
 
 std::optional<ApprovalRequest> LocalApprover::find(const UUID& id) const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   auto found = waiting_.find(id);
   if (found == waiting_.end() || found->second.result) return std::nullopt;
   return found->second.request;
 }
 
 bool LocalApprover::answer(const UUID& id, ApprovalResult result) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   auto found = waiting_.find(id);
   if (found == waiting_.end() || found->second.result) return false;
   found->second.result = std::move(result);
@@ -71,13 +72,13 @@ bool LocalApprover::answer(const UUID& id, ApprovalResult result) {
 }
 
 int LocalApprover::subscribe(Listener listener) {
-  std::lock_guard lock(listenersMutex_);
+  MutexLock lock(listenersMutex_);
   listeners_.emplace(nextListener_, std::move(listener));
   return nextListener_++;
 }
 
 void LocalApprover::unsubscribe(int token) {
-  std::lock_guard lock(listenersMutex_);
+  MutexLock lock(listenersMutex_);
   listeners_.erase(token);
 }
 

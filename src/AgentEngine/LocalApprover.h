@@ -3,11 +3,11 @@
 #include <condition_variable>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "AgentEngine/Approval.h"
+#include "Base/Mutex.h"
 #include "Platform/Clock.h"
 
 namespace quorvane {
@@ -48,13 +48,13 @@ class LocalApprover final : public Approver {
   void notify(const Event& event);
 
   Clock& clock_;
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable_any answered_;
-  std::map<UUID, Waiting> waiting_;  // guarded by mutex_
-  uint64_t nextOrder_ = 0;           // guarded by mutex_
-  std::mutex listenersMutex_;
-  std::map<int, Listener> listeners_;  // guarded by listenersMutex_
-  int nextListener_ = 0;               // guarded by listenersMutex_
+  std::map<UUID, Waiting> waiting_ GUARDED_BY(mutex_);
+  uint64_t nextOrder_ GUARDED_BY(mutex_) = 0;
+  Mutex listenersMutex_;
+  std::map<int, Listener> listeners_ GUARDED_BY(listenersMutex_);
+  int nextListener_ GUARDED_BY(listenersMutex_) = 0;
 };
 
 }  // namespace quorvane

@@ -138,7 +138,7 @@ std::optional<Bytes> Agent::decideAndSign(SignAttempt& attempt, ClientWatch& wat
 Agent::Verdict Agent::decide(const SignAttempt& attempt, const PolicyRequest& request) {
   const bool livePresence = needsLivePresence(attempt.key->protection);
   Verdict verdict;
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   verdict.locked = locked_;
   verdict.outcome = policy_.evaluate(request, attempt.now);
   verdict.epoch = epoch_;
@@ -196,7 +196,7 @@ bool Agent::settleAfterWait(SignAttempt& attempt, const Verdict& verdict,
                             const PolicyRequest& request, const ApprovalResult& result,
                             ClientWatch& watch) {
   const Date answeredAt = services_.clock->now();
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (--pending_[attempt.key->id] <= 0) pending_.erase(attempt.key->id);
   if (lockGeneration_ != verdict.lockGeneration || locked_)
     return attempt.refuse("locked while waiting"), false;

@@ -24,7 +24,7 @@ JSON& SealedHostPinStore::pinsLocked() {
 }
 
 std::optional<std::string> SealedHostPinStore::pinnedFingerprint(std::string_view hostName) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const JSON& pins = pinsLocked();
   auto found = pins.find(std::string(hostName));
   if (found != pins.end() && found->is_string()) return found->get<std::string>();
@@ -32,7 +32,7 @@ std::optional<std::string> SealedHostPinStore::pinnedFingerprint(std::string_vie
 }
 
 void SealedHostPinStore::pin(std::string_view hostName, std::string_view fingerprint) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   JSON updated = pinsLocked();
   if (updated.value(std::string(hostName), "") == fingerprint) return;
   updated[std::string(hostName)] = std::string(fingerprint);
@@ -41,7 +41,7 @@ void SealedHostPinStore::pin(std::string_view hostName, std::string_view fingerp
 }
 
 void SealedHostPinStore::reload() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   pins_.reset();
 }
 

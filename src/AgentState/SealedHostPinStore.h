@@ -1,6 +1,5 @@
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,6 +7,7 @@
 #include "AgentState/HostPinStore.h"
 #include "AgentState/SupportState.h"
 #include "Base/JSONReader.h"
+#include "Base/Mutex.h"
 
 namespace quorvane {
 
@@ -22,12 +22,12 @@ class SealedHostPinStore final : public HostPinStore {
   void reload() override;
 
  private:
-  // The pins as last read or written; reads the file first when nothing is held. REQUIRES: mutex_.
-  JSON& pinsLocked();
+  // The pins as last read or written; reads the file first when nothing is held.
+  JSON& pinsLocked() REQUIRES(mutex_);
 
   SupportState support_;
-  std::mutex mutex_;
-  std::optional<JSON> pins_;  // guarded by mutex_; nothing until read
+  Mutex mutex_;
+  std::optional<JSON> pins_ GUARDED_BY(mutex_);  // nothing until read
 };
 
 }  // namespace quorvane

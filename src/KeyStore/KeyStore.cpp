@@ -4,12 +4,12 @@
 #include <cmath>
 #include <utility>
 
+#include "Base/UTF8.h"
 #include "KeyStore/KeyStoreError.h"
 #include "KeyStore/SealedFile.h"
 #include "KeyStore/SealedFileError.h"
 #include "Platform/Paths.h"
 #include "SSHWire/SSHSignature.h"
-#include "SSHWire/UTF8.h"
 
 namespace quorvane {
 
@@ -53,9 +53,9 @@ std::vector<KeyRecord> KeyStore::loadFromFile() {
 }
 
 void KeyStore::reload() {
-  std::lock_guard change(changeMutex_);
+  MutexLock change(changeMutex_);
   std::vector<KeyRecord> loaded = loadFromFile();
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   records_ = std::move(loaded);
   signingKeys_.clear();
 }
@@ -65,19 +65,19 @@ void KeyStore::save(const std::vector<KeyRecord>& records) {
 }
 
 std::vector<KeyRecord> KeyStore::records() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return records_;
 }
 
 std::optional<KeyRecord> KeyStore::record(const UUID& id) const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   auto found = findRecord(records_, id);
   if (found == records_.end()) return std::nullopt;
   return *found;
 }
 
 std::optional<KeyRecord> KeyStore::record(ByteView publicKeyBlob) const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   for (const KeyRecord& record : records_)
     if (std::equal(record.publicKeyBlob.begin(), record.publicKeyBlob.end(), publicKeyBlob.begin(),
                    publicKeyBlob.end()))
@@ -98,7 +98,7 @@ KeyRecord KeyStore::appendWithSecret(KeyRecord record) {
     }
     throw;
   }
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   records_ = std::move(updated);
   return record;
 }
@@ -109,7 +109,7 @@ KeyRecord KeyStore::create(std::string name, ProtectionClass protection, Date no
   if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
   requireUTF8Name(name);
 
-  std::lock_guard change(changeMutex_);
+  MutexLock change(changeMutex_);
   HardwareKeys::CreatedKey created = hardware_->create(protection);
   if (created.publicKey.keyType() != SSHKeyType::ecdsaP256)
     throw KeyStoreError::unsupported("the hardware made a key that is not P-256");
@@ -121,7 +121,7 @@ KeyRecord KeyStore::create(std::string name, ProtectionClass protection, Date no
 
 KeyRecord KeyStore::add(const ImportedKey& key, std::string name, Date now) {
   requireUTF8Name(name);
-  std::lock_guard change(changeMutex_);
+  MutexLock change(changeMutex_);
   if (record(key.publicKey().blob)) throw KeyStoreError::duplicateKey();
   KeyRecord added{UUID::random(),       std::move(name),
                   key.algorithm(),      ProtectionClass::imported,
@@ -161,7 +161,7 @@ Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) co
 
 ImportedKey KeyStore::signingKey(const KeyRecord& record) const {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     auto cached = signingKeys_.find(record.id);
     if (cached != signingKeys_.end() && cached->second.publicKey().blob == record.publicKeyBlob)
       return cached->second;
@@ -172,30 +172,30 @@ ImportedKey KeyStore::signingKey(const KeyRecord& record) const {
   // A secret of another key would make signatures that the record's public key does not verify.
   if (!key || key->publicKey().blob != record.publicKeyBlob)
     throw KeyStoreError::invalidSecret(record.id);
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   signingKeys_.insert_or_assign(record.id, *key);
   return *key;
 }
 
 void KeyStore::remove(const UUID& id) {
-  std::lock_guard change(changeMutex_);
+  MutexLock change(changeMutex_);
   std::vector<KeyRecord> updated = records();
   auto found = findRecord(updated, id);
   if (found == updated.end()) throw KeyStoreError::unknownKey(id);
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     signingKeys_.erase(id);
   }
   secrets_->remove(id);
   updated.erase(found);
   save(updated);
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   records_ = std::move(updated);
 }
 
 KeyRecord KeyStore::rename(const UUID& id, std::string name) {
   requireUTF8Name(name);
-  std::lock_guard change(changeMutex_);
+  MutexLock change(changeMutex_);
   std::vector<KeyRecord> updated = records();
   auto found = std::find_if(updated.begin(), updated.end(),
                             [&](const KeyRecord& record) { return record.id == id; });
@@ -203,7 +203,7 @@ KeyRecord KeyStore::rename(const UUID& id, std::string name) {
   found->name = std::move(name);
   KeyRecord renamed = *found;
   save(updated);
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   records_ = std::move(updated);
   return renamed;
 }

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +10,7 @@
 
 #include "Base/Bytes.h"
 #include "Base/Date.h"
+#include "Base/Mutex.h"
 #include "KeyStore/HardwareKeys.h"
 #include "KeyStore/ImportedKey.h"
 #include "KeyStore/KeyRecord.h"
@@ -112,10 +112,12 @@ class KeyStore {
   // Held for the whole of a change (add, create, remove, rename, reload), so that a check such
   // as the duplicate test and the save that follows it are not interleaved with another change.
   // Never held by `records` or `sign`.
-  std::mutex changeMutex_;
-  mutable std::mutex mutex_;
-  std::vector<KeyRecord> records_;  // guarded by mutex_; replaced only under changeMutex_
-  mutable std::map<UUID, ImportedKey> signingKeys_;  // guarded by mutex_: keys used since reload
+  // Changes (add, remove, rename, reload) run one at a time under changeMutex_; each publishes
+  // its result under mutex_, which readers hold only for a lookup.
+  Mutex changeMutex_ ACQUIRED_BEFORE(mutex_);
+  mutable Mutex mutex_;
+  std::vector<KeyRecord> records_ GUARDED_BY(mutex_);
+  mutable std::map<UUID, ImportedKey> signingKeys_ GUARDED_BY(mutex_);  // keys used since reload
 };
 
 }  // namespace quorvane

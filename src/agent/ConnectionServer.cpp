@@ -15,12 +15,12 @@ ConnectionServer::ConnectionServer(UnixListener& listener, Handler handler, Opti
     : listener_(listener), handler_(std::move(handler)), options_(options) {}
 
 size_t ConnectionServer::activeConnections() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return open_.size();
 }
 
 size_t ConnectionServer::poolSize() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return pool_.size();
 }
 
@@ -57,17 +57,18 @@ int ConnectionServer::acceptNext(std::stop_token stop) {
 void ConnectionServer::work(std::stop_token stop) {
   for (;;) {
     {
-      std::unique_lock lock(mutex_);
+      MutexLock lock(mutex_);
       ++idle_;
-      bool mayLead = leadershipFree_.wait(
-          lock, stop, [&] { return !leading_ && open_.size() < options_.maxConnections; });
+      bool mayLead = leadershipFree_.wait(mutex_, stop, [&]() REQUIRES(mutex_) {
+        return !leading_ && open_.size() < options_.maxConnections;
+      });
       --idle_;
       if (!mayLead) return;
       leading_ = true;
     }
     int fd = acceptNext(stop);
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       leading_ = false;
       if (fd < 0) {
         leadershipFree_.notify_one();
@@ -86,7 +87,7 @@ void ConnectionServer::work(std::stop_token stop) {
     } catch (const std::exception& error) {
       std::fprintf(stderr, "quorvane-agent: connection ended: %s\n", error.what());
     }
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     // Only at the bound did the end of this connection free the leadership for someone.
     if (open_.size() == options_.maxConnections) leadershipFree_.notify_one();
     open_.erase(fd);
@@ -101,28 +102,30 @@ void ConnectionServer::run(std::stop_token stop) {
   std::stop_callback onStop(stop, [&] {
     uint64_t one = 1;
     [[maybe_unused]] auto ignored = ::write(wake_.get(), &one, sizeof one);
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     for (int fd : open_) ::shutdown(fd, SHUT_RD);
   });
 
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     pool_.emplace_back([this, stop] { work(stop); });
   }
   // The leader checks the socket file as it waits for clients. At the connection bound nobody
   // leads, so this thread checks it then.
   std::condition_variable_any stopped;
-  std::unique_lock lock(mutex_);
-  while (!stopped.wait_for(lock, stop, options_.socketCheckInterval, [] { return false; })) {
-    if (stop.stop_requested()) break;
-    if (!leading_) checkSocketFile();
+  {
+    MutexLock lock(mutex_);
+    while (!stopped.wait_for(mutex_, stop, options_.socketCheckInterval, [] { return false; })) {
+      if (stop.stop_requested()) break;
+      if (!leading_) checkSocketFile();
+    }
   }
-  lock.unlock();
   // No thread joins the pool after the stop, so the pool can be taken and joined.
   std::vector<std::thread> threads;
-  lock.lock();
-  threads = std::move(pool_);
-  lock.unlock();
+  {
+    MutexLock lock(mutex_);
+    threads = std::move(pool_);
+  }
   for (std::thread& thread : threads) thread.join();
 }
 
