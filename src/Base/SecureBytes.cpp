@@ -2,8 +2,6 @@
 
 #include <openssl/crypto.h>
 
-#include <utility>
-
 namespace quorvane {
 
 void secureWipe(void* data, size_t size) {
@@ -25,35 +23,16 @@ SecureBytes SecureBytes::adopt(Bytes& source) {
   return result;
 }
 
-SecureBytes::SecureBytes(const SecureBytes& other) : storage_(other.storage_) {}
-
-SecureBytes& SecureBytes::operator=(const SecureBytes& other) {
-  if (this != &other) {
-    wipe();
-    storage_ = other.storage_;
+std::optional<SecureBytes> SecureBytes::readLine(std::istream& in) {
+  SecureBytes line;
+  bool readAny = false;
+  for (int c = in.get(); c != std::char_traits<char>::eof(); c = in.get()) {
+    readAny = true;
+    if (c == '\n') return line;
+    line.push_back(static_cast<uint8_t>(c));
   }
-  return *this;
-}
-
-// Moving a vector hands over its heap block, so nothing is left to wipe in the source.
-SecureBytes::SecureBytes(SecureBytes&& other) noexcept : storage_(std::move(other.storage_)) {
-  other.storage_.clear();
-}
-
-SecureBytes& SecureBytes::operator=(SecureBytes&& other) noexcept {
-  if (this != &other) {
-    wipe();
-    storage_ = std::move(other.storage_);
-    other.storage_.clear();
-  }
-  return *this;
-}
-
-SecureBytes::~SecureBytes() { wipe(); }
-
-void SecureBytes::wipe() {
-  secureWipe(storage_.data(), storage_.size());
-  storage_.clear();
+  if (!readAny) return std::nullopt;
+  return line;
 }
 
 bool operator==(const SecureBytes& a, const SecureBytes& b) {

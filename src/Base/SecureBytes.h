@@ -2,15 +2,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <istream>
+#include <optional>
 #include <vector>
 
 #include "Base/Bytes.h"
+#include "Base/WipingAllocator.h"
 
 namespace quorvane {
 
-// A byte buffer for secrets (private keys, passphrases, derived keys). Its storage is wiped with
-// OPENSSL_cleanse when the value dies or is overwritten, and it never grows in place, so no stale
-// copy is left behind by a reallocation. Equality is decided in constant time for equal sizes.
+// A byte buffer for secrets (private keys, passphrases, derived keys, typed answers). Its storage
+// comes from a WipingAllocator, so every block it ever used is wiped when it is let go: when the
+// value dies, is overwritten, or grows. Equality is decided in constant time for equal sizes.
 class SecureBytes {
  public:
   SecureBytes() = default;
@@ -19,23 +22,22 @@ class SecureBytes {
   // Takes the bytes and wipes the source vector.
   static SecureBytes adopt(Bytes& source);
 
-  SecureBytes(const SecureBytes& other);
-  SecureBytes& operator=(const SecureBytes& other);
-  SecureBytes(SecureBytes&& other) noexcept;
-  SecureBytes& operator=(SecureBytes&& other) noexcept;
-  ~SecureBytes();
+  // Reads one line of typed text (a passphrase, an answer) up to a newline, which is not kept,
+  // straight into wiping storage; nothing when the stream ends before a character was read.
+  static std::optional<SecureBytes> readLine(std::istream& in);
 
   size_t size() const { return storage_.size(); }
   bool empty() const { return storage_.empty(); }
   uint8_t* data() { return storage_.data(); }
   const uint8_t* data() const { return storage_.data(); }
   ByteView view() const { return ByteView(storage_); }
+  void push_back(uint8_t byte) { storage_.push_back(byte); }
+  void pop_back() { storage_.pop_back(); }
 
   friend bool operator==(const SecureBytes& a, const SecureBytes& b);
 
  private:
-  void wipe();
-  std::vector<uint8_t> storage_;
+  std::vector<uint8_t, WipingAllocator<uint8_t>> storage_;
 };
 
 // Wipes a buffer that held secret bytes; use on temporaries that cannot be SecureBytes.

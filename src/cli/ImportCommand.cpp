@@ -7,11 +7,11 @@
 #include <iostream>
 #include <sstream>
 
+#include "Base/UTF8.h"
 #include "KeyImport/ImportMessages.h"
 #include "KeyImport/KeyImporter.h"
 #include "KeyStore/KeyStoreError.h"
 #include "Platform/Clock.h"
-#include "SSHWire/UTF8.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
@@ -43,19 +43,20 @@ SecureBytes readKeyFile(const std::string& path) {
 
 // The passphrase given by option: the first line of a file or of standard input.
 std::optional<SecureBytes> givenPassphrase() {
-  std::string line;
+  std::optional<SecureBytes> line;
   if (options.passphraseStdin) {
-    std::getline(std::cin, line);
+    line = SecureBytes::readLine(std::cin);
   } else if (!options.passphraseFile.empty()) {
     std::ifstream file(options.passphraseFile, std::ios::binary);
     if (!file) throw CommandFailure("cannot read " + options.passphraseFile);
-    std::getline(file, line);
+    line = SecureBytes::readLine(file);
   } else {
     return std::nullopt;
   }
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  SecureBytes passphrase(bytesOf(line));
-  secureWipe(line.data(), line.size());
+  // An empty first line (or none at all) is an empty passphrase.
+  SecureBytes passphrase = line ? std::move(*line) : SecureBytes();
+  if (!passphrase.empty() && passphrase.data()[passphrase.size() - 1] == '\r')
+    passphrase.pop_back();
   return passphrase;
 }
 

@@ -47,12 +47,8 @@ std::optional<SecureBytes> answerPresencePrompt(const PresencePrompt& prompt) {
     return readSecretFromTerminal(text);
   std::fprintf(stderr, "%s", text.c_str());
   std::fflush(stderr);
-  std::string line;
-  const bool read = static_cast<bool>(std::getline(std::cin, line));
+  std::optional<SecureBytes> answer = SecureBytes::readLine(std::cin);
   if (prompt.style == PresencePrompt::Style::secret) std::fprintf(stderr, "\n");
-  if (!read) return std::nullopt;
-  SecureBytes answer(ByteView(reinterpret_cast<const uint8_t*>(line.data()), line.size()));
-  secureWipe(line.data(), line.size());
   return answer;
 }
 
