@@ -1,6 +1,6 @@
 #include "ActivityModel/ActivityEntry.h"
 
-#include <array>
+#include "Base/EnumNames.h"
 
 namespace quorvane {
 
@@ -8,15 +8,15 @@ namespace {
 
 using Outcome = ActivityEntry::Outcome;
 
-constexpr std::array kAllOutcomes = {Outcome::signed_, Outcome::denied,   Outcome::expired,
-                                     Outcome::failed,  Outcome::rejected, Outcome::purged};
+constexpr EnumNames<Outcome, 6> kOutcomeNames{"Outcome",
+                                              {{{Outcome::signed_, "signed"},
+                                                {Outcome::denied, "denied"},
+                                                {Outcome::expired, "expired"},
+                                                {Outcome::failed, "failed"},
+                                                {Outcome::rejected, "rejected"},
+                                                {Outcome::purged, "purged"}}}};
 
-Outcome decodeOutcome(const JSONReader& reader) {
-  std::string text = reader.string();
-  for (Outcome outcome : kAllOutcomes)
-    if (rawValue(outcome) == text) return outcome;
-  reader.fail("Cannot initialize Outcome from invalid String value " + text);
-}
+Outcome decodeOutcome(const JSONReader& reader) { return kOutcomeNames.decode(reader); }
 
 void putOptional(JSON& object, const char* key, const std::optional<std::string>& value) {
   if (value) object[key] = *value;
@@ -30,17 +30,7 @@ std::optional<std::string> optionalString(const JSONReader& reader, std::string_
 
 }  // namespace
 
-std::string_view rawValue(ActivityEntry::Outcome outcome) {
-  switch (outcome) {
-    case Outcome::signed_: return "signed";
-    case Outcome::denied: return "denied";
-    case Outcome::expired: return "expired";
-    case Outcome::failed: return "failed";
-    case Outcome::rejected: return "rejected";
-    case Outcome::purged: return "purged";
-  }
-  return "rejected";
-}
+std::string_view rawValue(ActivityEntry::Outcome outcome) { return kOutcomeNames.name(outcome); }
 
 JSON toJSON(const ActivityEntry& entry) {
   JSON object = {{"date", encodeDate(entry.date, DateEncoding::iso8601)},

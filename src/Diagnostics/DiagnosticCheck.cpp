@@ -1,15 +1,18 @@
 #include "Diagnostics/DiagnosticCheck.h"
 
-namespace quorvane {
+#include "Base/EnumNames.h"
 
-std::string_view rawValue(DiagnosticCheck::Level level) {
-  switch (level) {
-    case DiagnosticCheck::Level::ok: return "ok";
-    case DiagnosticCheck::Level::warning: return "warning";
-    case DiagnosticCheck::Level::problem: return "problem";
-  }
-  return "problem";
-}
+namespace quorvane {
+namespace {
+
+using Level = DiagnosticCheck::Level;
+
+constexpr EnumNames<Level, 3> kLevelNames{
+    "Level", {{{Level::ok, "ok"}, {Level::warning, "warning"}, {Level::problem, "problem"}}}};
+
+}  // namespace
+
+std::string_view rawValue(DiagnosticCheck::Level level) { return kLevelNames.name(level); }
 
 JSON toJSON(const DiagnosticCheck& check) {
   return {{"id", check.id.uuidString()},

@@ -1,35 +1,30 @@
 #include "KeyStore/ProtectionClass.h"
 
-#include <array>
 #include <string>
+
+#include "Base/EnumNames.h"
 
 namespace quorvane {
 
 namespace {
 
-constexpr std::array kAllProtectionClasses = {
-    ProtectionClass::touchIDOnly, ProtectionClass::touchIDOrWatch, ProtectionClass::remoteApproval,
-    ProtectionClass::imported};
+constexpr EnumNames<ProtectionClass, 4> kProtectionClassNames{
+    "ProtectionClass",
+    {{{ProtectionClass::touchIDOnly, "touchIDOnly"},
+      {ProtectionClass::touchIDOrWatch, "touchIDOrWatch"},
+      {ProtectionClass::remoteApproval, "remoteApproval"},
+      {ProtectionClass::imported, "imported"}}}};
 
 }  // namespace
 
 std::string_view rawValue(ProtectionClass protection) {
-  switch (protection) {
-    case ProtectionClass::touchIDOnly: return "touchIDOnly";
-    case ProtectionClass::touchIDOrWatch: return "touchIDOrWatch";
-    case ProtectionClass::remoteApproval: return "remoteApproval";
-    case ProtectionClass::imported: return "imported";
-  }
-  return "imported";
+  return kProtectionClassNames.name(protection);
 }
 
 JSON toJSON(ProtectionClass protection) { return std::string(rawValue(protection)); }
 
 ProtectionClass decodeProtectionClass(const JSONReader& reader) {
-  std::string text = reader.string();
-  for (ProtectionClass protection : kAllProtectionClasses)
-    if (rawValue(protection) == text) return protection;
-  reader.fail("Cannot initialize ProtectionClass from invalid String value " + text);
+  return kProtectionClassNames.decode(reader);
 }
 
 }  // namespace quorvane

@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+#include "Base/EnumNames.h"
+
 namespace quorvane {
 namespace {
 
@@ -91,21 +93,22 @@ std::string pamText(pam_handle_t* handle, int status) {
 
 }  // namespace
 
-std::string_view rawValue(PresencePrompt::Style style) {
-  switch (style) {
-    case PresencePrompt::Style::secret: return "secret";
-    case PresencePrompt::Style::visible: return "visible";
-    case PresencePrompt::Style::info: return "info";
-    case PresencePrompt::Style::error: return "error";
-  }
-  return "info";
-}
+namespace {
+
+using Style = PresencePrompt::Style;
+
+constexpr EnumNames<Style, 4> kStyleNames{"Style",
+                                          {{{Style::secret, "secret"},
+                                            {Style::visible, "visible"},
+                                            {Style::info, "info"},
+                                            {Style::error, "error"}}}};
+
+}  // namespace
+
+std::string_view rawValue(PresencePrompt::Style style) { return kStyleNames.name(style); }
 
 std::optional<PresencePrompt::Style> presencePromptStyle(std::string_view text) {
-  for (auto style : {PresencePrompt::Style::secret, PresencePrompt::Style::visible,
-                     PresencePrompt::Style::info, PresencePrompt::Style::error})
-    if (rawValue(style) == text) return style;
-  return std::nullopt;
+  return kStyleNames.value(text);
 }
 
 PAMPresenceVerifier::PAMPresenceVerifier(std::string user, std::filesystem::path configDirectory)

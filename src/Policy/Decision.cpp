@@ -1,14 +1,18 @@
 #include "Policy/Decision.h"
 
-#include <array>
 #include <string>
+
+#include "Base/EnumNames.h"
 
 namespace quorvane {
 
 namespace {
 
-constexpr std::array kAllDecisions = {Decision::allow, Decision::askLocal, Decision::askRemote,
-                                      Decision::deny};
+constexpr EnumNames<Decision, 4> kDecisionNames{"Decision",
+                                                {{{Decision::allow, "allow"},
+                                                  {Decision::askLocal, "askLocal"},
+                                                  {Decision::askRemote, "askRemote"},
+                                                  {Decision::deny, "deny"}}}};
 
 }  // namespace
 
@@ -24,23 +28,10 @@ int strictness(Decision decision) {
 
 bool isStricter(Decision a, Decision b) { return strictness(a) > strictness(b); }
 
-std::string_view rawValue(Decision decision) {
-  switch (decision) {
-    case Decision::allow: return "allow";
-    case Decision::askLocal: return "askLocal";
-    case Decision::askRemote: return "askRemote";
-    case Decision::deny: return "deny";
-  }
-  return "deny";
-}
+std::string_view rawValue(Decision decision) { return kDecisionNames.name(decision); }
 
 JSON toJSON(Decision decision) { return std::string(rawValue(decision)); }
 
-Decision decodeDecision(const JSONReader& reader) {
-  std::string text = reader.string();
-  for (Decision decision : kAllDecisions)
-    if (rawValue(decision) == text) return decision;
-  reader.fail("Cannot initialize Decision from invalid String value " + text);
-}
+Decision decodeDecision(const JSONReader& reader) { return kDecisionNames.decode(reader); }
 
 }  // namespace quorvane

@@ -2,23 +2,20 @@
 
 #include <string>
 
-namespace quorvane {
+#include "Base/EnumNames.h"
 
-std::string_view rawValue(GitHint hint) {
-  switch (hint) {
-    case GitHint::fetch: return "fetch";
-    case GitHint::push: return "push";
-  }
-  return "push";
-}
+namespace quorvane {
+namespace {
+
+constexpr EnumNames<GitHint, 2> kGitHintNames{
+    "GitHint", {{{GitHint::fetch, "fetch"}, {GitHint::push, "push"}}}};
+
+}  // namespace
+
+std::string_view rawValue(GitHint hint) { return kGitHintNames.name(hint); }
 
 JSON toJSON(GitHint hint) { return std::string(rawValue(hint)); }
 
-GitHint decodeGitHint(const JSONReader& reader) {
-  std::string text = reader.string();
-  for (GitHint hint : {GitHint::fetch, GitHint::push})
-    if (rawValue(hint) == text) return hint;
-  reader.fail("Cannot initialize GitHint from invalid String value " + text);
-}
+GitHint decodeGitHint(const JSONReader& reader) { return kGitHintNames.decode(reader); }
 
 }  // namespace quorvane
