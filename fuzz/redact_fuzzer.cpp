@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view bytes(reinterpret_cast<const char*>(data), size);
 
   std::string text = redact(bytes);
-  require(isWellFormedUTF8(text));
+  require(isValidUTF8(text));
   require(text == applyRedactionPatterns(repairUTF8(bytes), literalRedactionPatterns()));
 
   std::vector<std::string> arguments;
@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   size_t kept = std::min(arguments.size(), kMaximumKeptArguments);
   require(result.size() == kept + (arguments.size() > kept ? 1 : 0));
   for (size_t i = 0; i < kept; ++i) {
-    require(isWellFormedUTF8(result[i]));
+    require(isValidUTF8(result[i]));
     require(codePointCount(result[i]) <= kMaximumArgumentCharacters + 1);
   }
   if (arguments.size() > kept)

@@ -6,6 +6,7 @@
 
 #include "ApprovalProto/QAPFailure.h"
 #include "Base/CryptoError.h"
+#include "Crypto/ECKeyPair.h"
 #include "Crypto/OpenSSLHandles.h"
 
 namespace quorvane {
@@ -13,35 +14,6 @@ namespace {
 
 constexpr size_t kScalarSize = 32;
 constexpr size_t kPublicKeySize = 65;
-
-using ECGroupPtr = std::unique_ptr<EC_GROUP, OpenSSLDeleter<EC_GROUP_free>>;
-using ECPointPtr = std::unique_ptr<EC_POINT, OpenSSLDeleter<EC_POINT_free>>;
-using SecretBIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_clear_free>>;
-
-// A key pair from a private scalar that was checked to lie in [1, n-1]; its public point is
-// computed here, as OpenSSL does not derive it on import.
-EVP_PKEY* keyPairFromScalar(const EC_GROUP* group, const BIGNUM* scalar) {
-  ECPointPtr point(EC_POINT_new(group));
-  uint8_t publicKey[kPublicKeySize];
-  if (!point || EC_POINT_mul(group, point.get(), scalar, nullptr, nullptr, nullptr) != 1 ||
-      EC_POINT_point2oct(group, point.get(), POINT_CONVERSION_UNCOMPRESSED, publicKey,
-                         sizeof publicKey, nullptr) != kPublicKeySize)
-    throw CryptoError::libraryFailure("EC_POINT_mul(P-256)");
-  ParamBuildPtr builder(OSSL_PARAM_BLD_new());
-  if (!builder ||
-      OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME, "P-256", 0) != 1 ||
-      OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, scalar) != 1 ||
-      OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, publicKey,
-                                       sizeof publicKey) != 1)
-    throw CryptoError::libraryFailure("OSSL_PARAM_BLD_push(P-256)");
-  ParamsPtr params(OSSL_PARAM_BLD_to_param(builder.get()));
-  EVPPKeyCtxPtr context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
-  EVP_PKEY* key = nullptr;
-  if (!params || !context || EVP_PKEY_fromdata_init(context.get()) != 1 ||
-      EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEYPAIR, params.get()) != 1)
-    throw CryptoError::libraryFailure("EVP_PKEY_fromdata(P-256)");
-  return key;
-}
 
 }  // namespace
 
@@ -69,7 +41,7 @@ SoftwareSigner SoftwareSigner::fromPrivateKey(ByteView rawPrivateKey) {
     throw CryptoError::libraryFailure("P-256 private key");
   if (BN_is_zero(scalar.get()) || BN_cmp(scalar.get(), EC_GROUP_get0_order(group.get())) >= 0)
     throw QAPFailure(QAPFailure::Kind::malformed);
-  return SoftwareSigner(keyPairFromScalar(group.get(), scalar.get()));
+  return SoftwareSigner(ecKeyPairFromScalar(group.get(), "P-256", scalar.get()).release());
 }
 
 SecureBytes SoftwareSigner::privateKey() const {

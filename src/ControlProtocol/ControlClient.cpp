@@ -9,6 +9,7 @@
 #include "ControlProtocol/ControlLineIO.h"
 #include "ControlProtocol/ControlMessages.h"
 #include "ControlProtocol/PromptReply.h"
+#include "Platform/SocketIO.h"
 
 namespace quorvane {
 
@@ -36,9 +37,8 @@ JSON ControlClient::exchange(const JSON& message, const PromptHandler& prompts) 
     if (!prompt) return *line;
     std::optional<SecureBytes> answer = prompts ? prompts(*prompt) : std::nullopt;
     if (!prompt->asks()) continue;
-    const bool sent =
-        answer ? writeControlBytes(socket_.get(), encodePromptAnswer(answer->view()).view())
-               : writeControlBytes(socket_.get(), bytesOf(kPromptCancelLine));
+    const bool sent = answer ? writeAll(socket_.get(), encodePromptAnswer(answer->view()).view())
+                             : writeAll(socket_.get(), bytesOf(kPromptCancelLine));
     if (!sent) throw ControlError::agentHungUp();
   }
 }

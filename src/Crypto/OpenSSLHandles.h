@@ -29,5 +29,10 @@ using BIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_free>>;
 using ECDSASigPtr = std::unique_ptr<ECDSA_SIG, OpenSSLDeleter<ECDSA_SIG_free>>;
 using ParamBuildPtr = std::unique_ptr<OSSL_PARAM_BLD, OpenSSLDeleter<OSSL_PARAM_BLD_free>>;
 using ParamsPtr = std::unique_ptr<OSSL_PARAM, OpenSSLDeleter<OSSL_PARAM_free>>;
+using ECGroupPtr = std::unique_ptr<EC_GROUP, OpenSSLDeleter<EC_GROUP_free>>;
+using ECPointPtr = std::unique_ptr<EC_POINT, OpenSSLDeleter<EC_POINT_free>>;
+// A BIGNUM that holds a secret: cleared before it is freed.
+using SecretBIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_clear_free>>;
+using BNCtxPtr = std::unique_ptr<BN_CTX, OpenSSLDeleter<BN_CTX_free>>;
 
 }  // namespace quorvane

@@ -1,8 +1,8 @@
 // KeyImporter::parse: recognising the format of a key file.
 #include "KeyImport/KeyImporter.h"
 
+#include "Base/UTF8.h"
 #include "KeyImport/TextScanning.h"
-#include "SSHWire/UTF8.h"
 
 namespace quorvane::KeyImporter {
 namespace {
@@ -21,8 +21,7 @@ bool looksLikePublicKeyLine(std::string_view text) {
 
 ParsedPrivateKey parse(std::string_view text, const SecureBytes& passphrase,
                        const ImportLimits& limits) {
-  if (text.size() > limits.maximumTextBytes ||
-      !isValidUTF8(ByteView(reinterpret_cast<const uint8_t*>(text.data()), text.size())))
+  if (text.size() > limits.maximumTextBytes || !isValidUTF8(text))
     throw KeyImportError::malformed();
   const std::string_view trimmed = trimWhitespace(text);
   if (trimmed.starts_with("PuTTY-User-Key-File-")) throw KeyImportError::unsupportedFormat("PuTTY");

@@ -12,9 +12,6 @@
 namespace quorvane {
 namespace {
 
-using SecretBIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_clear_free>>;
-using BNCtxPtr = std::unique_ptr<BN_CTX, OpenSSLDeleter<BN_CTX_free>>;
-
 constexpr std::string_view kConsistencyText = "quorvane import consistency check";
 
 SecretBIGNUMPtr number(ByteView magnitude) {

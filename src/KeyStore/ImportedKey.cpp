@@ -9,16 +9,12 @@
 
 #include "Base/Check.h"
 #include "Base/CryptoError.h"
+#include "Crypto/ECKeyPair.h"
 #include "Crypto/OpenSSLHandles.h"
 #include "SSHWire/SSHSignature.h"
 
 namespace quorvane {
 namespace {
-
-using ECGroupPtr = std::unique_ptr<EC_GROUP, OpenSSLDeleter<EC_GROUP_free>>;
-using ECPointPtr = std::unique_ptr<EC_POINT, OpenSSLDeleter<EC_POINT_free>>;
-using SecretBIGNUMPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_clear_free>>;
-using BNCtxPtr = std::unique_ptr<BN_CTX, OpenSSLDeleter<BN_CTX_free>>;
 
 std::shared_ptr<EVP_PKEY> share(EVP_PKEY* key) {
   if (key == nullptr) throw CryptoError::libraryFailure("EVP_PKEY");
@@ -49,39 +45,15 @@ Bytes bignumParam(EVP_PKEY* key, const char* name) {
 std::optional<std::shared_ptr<EVP_PKEY>> ecKeyFromScalar(KeyAlgorithm algorithm, ByteView scalar) {
   if (scalar.size() != fieldLength(algorithm)) return std::nullopt;
   ECGroupPtr group(EC_GROUP_new_by_curve_name(curveNID(algorithm)));
-  BNCtxPtr bnContext(BN_CTX_new());
   SecretBIGNUMPtr privateScalar(
       BN_bin2bn(scalar.data(), static_cast<int>(scalar.size()), BN_secure_new()));
-  if (!group || !bnContext || !privateScalar) throw CryptoError::libraryFailure("EC setup");
+  if (!group || !privateScalar) throw CryptoError::libraryFailure("EC setup");
   if (BN_is_zero(privateScalar.get()) ||
       BN_cmp(privateScalar.get(), EC_GROUP_get0_order(group.get())) >= 0)
     return std::nullopt;
 
-  ECPointPtr point(EC_POINT_new(group.get()));
-  if (!point || EC_POINT_mul(group.get(), point.get(), privateScalar.get(), nullptr, nullptr,
-                             bnContext.get()) != 1)
-    throw CryptoError::libraryFailure("EC_POINT_mul");
-  Bytes encodedPoint(1 + 2 * scalar.size());
-  if (EC_POINT_point2oct(group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED,
-                         encodedPoint.data(), encodedPoint.size(),
-                         bnContext.get()) != encodedPoint.size())
-    throw CryptoError::libraryFailure("EC_POINT_point2oct");
-
-  ParamBuildPtr builder(OSSL_PARAM_BLD_new());
-  if (!builder ||
-      OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME,
-                                      curveName(algorithm), 0) != 1 ||
-      OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, privateScalar.get()) != 1 ||
-      OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, encodedPoint.data(),
-                                       encodedPoint.size()) != 1)
-    throw CryptoError::libraryFailure("OSSL_PARAM_BLD");
-  ParamsPtr params(OSSL_PARAM_BLD_to_param(builder.get()));
-  EVPPKeyCtxPtr context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
-  EVP_PKEY* key = nullptr;
-  if (!params || !context || EVP_PKEY_fromdata_init(context.get()) != 1 ||
-      EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEYPAIR, params.get()) != 1)
-    throw CryptoError::libraryFailure("EVP_PKEY_fromdata");
-  return share(key);
+  return share(
+      ecKeyPairFromScalar(group.get(), curveName(algorithm), privateScalar.get()).release());
 }
 
 std::optional<std::shared_ptr<EVP_PKEY>> keyFromSecret(KeyAlgorithm algorithm, ByteView secret) {

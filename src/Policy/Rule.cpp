@@ -2,6 +2,15 @@
 
 namespace quorvane {
 
+Rule Rule::make(std::string name, Decision decision, PurposeMatch purpose) {
+  Rule rule;
+  rule.id = UUID::random();
+  rule.name = std::move(name);
+  rule.decision = decision;
+  rule.purpose = std::move(purpose);
+  return rule;
+}
+
 namespace {
 
 std::set<std::string> decodeStringSet(const JSONReader& reader) {

@@ -37,6 +37,9 @@ struct Rule {
   // through.
   bool forwardedOnly = false;
 
+  // A new rule with a fresh id that matches any key, host, program and folder.
+  static Rule make(std::string name, Decision decision, PurposeMatch purpose);
+
   friend bool operator==(const Rule&, const Rule&) = default;
 };
 

@@ -45,18 +45,8 @@ size_t sequenceAt(std::string_view text, size_t i, size_t& subpart) {
 
 }  // namespace
 
-bool isWellFormedUTF8(std::string_view bytes) {
-  size_t subpart;
-  for (size_t i = 0; i < bytes.size();) {
-    size_t length = sequenceAt(bytes, i, subpart);
-    if (length == 0) return false;
-    i += length;
-  }
-  return true;
-}
-
 std::string repairUTF8(std::string_view bytes) {
-  if (isWellFormedUTF8(bytes)) return std::string(bytes);
+  if (isValidUTF8(bytes)) return std::string(bytes);
   std::string repaired;
   repaired.reserve(3 * bytes.size());  // the most a repair can grow, so nothing is reallocated
   size_t subpart;

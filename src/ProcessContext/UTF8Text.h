@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "Base/UTF8.h"
+
 namespace quorvane {
 
 // Text read from the system (paths, command lines) is bytes; what this library hands out is
@@ -12,9 +14,6 @@ namespace quorvane {
 // The bytes as well-formed UTF-8: every ill-formed sequence is replaced by U+FFFD, one per maximal
 // subpart (the substitution Unicode recommends, and the one Swift and browsers make).
 std::string repairUTF8(std::string_view bytes);
-
-// Whether the bytes are well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
-bool isWellFormedUTF8(std::string_view bytes);
 
 // The number of code points of well-formed UTF-8 text.
 size_t codePointCount(std::string_view text);

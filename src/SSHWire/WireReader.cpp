@@ -1,6 +1,6 @@
 #include "SSHWire/WireReader.h"
 
-#include "SSHWire/UTF8.h"
+#include "Base/UTF8.h"
 #include "SSHWire/WireError.h"
 
 namespace quorvane {

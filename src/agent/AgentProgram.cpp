@@ -23,6 +23,7 @@
 #include "ControlProtocol/SocketPaths.h"
 #include "Platform/PAMPresenceVerifier.h"
 #include "Platform/Paths.h"
+#include "Platform/SocketIO.h"
 #include "ProcessContext/ProcessChain.h"
 #include "ProcessContext/ProcessContextError.h"
 #include "agent/ConnectionServer.h"

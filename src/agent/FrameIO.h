@@ -11,7 +11,4 @@ namespace quorvane {
 // above the wire limit: in every such case the caller closes the connection without an answer.
 std::optional<Bytes> readFrame(int fd);
 
-// Writes all of `bytes` (as the control socket writes its lines); false when the peer is gone.
-bool writeAll(int fd, ByteView bytes);
-
 }  // namespace quorvane

@@ -53,21 +53,11 @@ void list(bool json) {
               << "  created " << record.createdAt.iso8601() << "\n";
 }
 
-}  // namespace
-
-void addKeyCommands(CLI::App& app) {
-  CLI::App* keys = app.add_subcommand("keys", "list, make, show, rename and delete your SSH keys");
-  keys->require_subcommand(1);
-  addImportCommand(*keys);
-
-  static bool listJSON = false;
-  CLI::App* listCommand = keys->add_subcommand("list", "list your keys in the order ssh sees them");
-  addJSONFlag(listCommand, listJSON);
-  listCommand->callback([] { list(listJSON); });
-
+// quorvane keys generate NAME [--type TYPE] [--json]
+void addGenerateCommand(CLI::App& keys) {
   static std::string generateName, generateType = "ed25519";
   static bool generateJSON = false;
-  CLI::App* generate = keys->add_subcommand(
+  CLI::App* generate = keys.add_subcommand(
       "generate", "make a new key; its private half never leaves Quorvane's protected storage");
   generate->add_option("NAME", generateName, "the key's name, shown to servers as its comment")
       ->required();
@@ -91,6 +81,21 @@ void addKeyCommands(CLI::App& app) {
               << "). Its public key, for servers and Git hosts:\n"
               << publicKeyLine(record) << "\n";
   });
+}
+
+}  // namespace
+
+void addKeyCommands(CLI::App& app) {
+  CLI::App* keys = app.add_subcommand("keys", "list, make, show, rename and delete your SSH keys");
+  keys->require_subcommand(1);
+  addImportCommand(*keys);
+
+  static bool listJSON = false;
+  CLI::App* listCommand = keys->add_subcommand("list", "list your keys in the order ssh sees them");
+  addJSONFlag(listCommand, listJSON);
+  listCommand->callback([] { list(listJSON); });
+
+  addGenerateCommand(*keys);
 
   static std::string publicName;
   CLI::App* show =

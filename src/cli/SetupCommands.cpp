@@ -59,6 +59,18 @@ JSON diffJSON(const std::vector<LineDiff::Line>& lines) {
   return array;
 }
 
+// The ssh configuration as setup leaves it: without the managed block for --undo, else with it.
+std::string sshConfigAfter(const SSHOptions& options, const std::string& before) {
+  if (options.undo) return SSHConfigEditor::removingManagedBlock(before);
+  SSHConfigEditor editor;
+  // Absolute, from the same HOME the agent uses: ssh expands "~" from the password database,
+  // which need not be where the agent listens.
+  editor.socketPath = SSHConfigEditor::socketPathArgument(agentSocketPath().string());
+  for (const std::string& host : options.exclude) SSHConfigEditor::checkHostPattern(host);
+  editor.excludedHosts = options.exclude;
+  return editor.applying(before);
+}
+
 void setupSSH() {
   const SSHOptions& options = sshOptions;
   if (options.json && !options.dryRun && !options.yes)
@@ -68,18 +80,7 @@ void setupSSH() {
 
   const std::filesystem::path path = sshConfigPath();
   const std::string before = readSSHConfig(path);
-  std::string after;
-  if (options.undo) {
-    after = SSHConfigEditor::removingManagedBlock(before);
-  } else {
-    SSHConfigEditor editor;
-    // Absolute, from the same HOME the agent uses: ssh expands "~" from the password database,
-    // which need not be where the agent listens.
-    editor.socketPath = SSHConfigEditor::socketPathArgument(agentSocketPath().string());
-    for (const std::string& host : options.exclude) SSHConfigEditor::checkHostPattern(host);
-    editor.excludedHosts = options.exclude;
-    after = editor.applying(before);
-  }
+  const std::string after = sshConfigAfter(options, before);
 
   std::vector<LineDiff::Line> lines;
   std::string preview;

@@ -52,15 +52,6 @@ Bytes sshsigData(const std::string& namespace_) {
   return std::move(writer).take();
 }
 
-Rule rule(std::string name, Decision decision, PurposeMatch purpose) {
-  Rule rule;
-  rule.id = UUID::random();
-  rule.name = std::move(name);
-  rule.decision = decision;
-  rule.purpose = std::move(purpose);
-  return rule;
-}
-
 struct AgentFixture : ::testing::Test {
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>(Date{1'800'000'000});
   std::shared_ptr<KeyStore> keys =
@@ -182,7 +173,7 @@ TEST_F(AgentFixture, WhatHappensDuringTheWaitDecidesTheEnd) {
        ActivityEntry::Outcome::rejected},
       {"rules",
        [&](ManualClientWatch&) {
-         agent->replaceRules({rule("new", Decision::deny, PurposeMatch::other())});
+         agent->replaceRules({Rule::make("new", Decision::deny, PurposeMatch::other())});
        },
        "rule changed while waiting", ActivityEntry::Outcome::denied},
       {"hangup", [](ManualClientWatch& watch) { watch.hangUp(); }, "client disconnected",
@@ -240,8 +231,8 @@ TEST_F(AgentFixture, AWindowApprovalLetsTheSameProgramSignUntilItEnds) {
 }
 
 TEST_F(AgentFixture, RulesDecideWithoutAsking) {
-  agent = makeAgent({rule("git commits", Decision::allow, PurposeMatch::signature("git")),
-                     rule("no files", Decision::deny, PurposeMatch::signature("file"))});
+  agent = makeAgent({Rule::make("git commits", Decision::allow, PurposeMatch::signature("git")),
+                     Rule::make("no files", Decision::deny, PurposeMatch::signature("file"))});
   ManualClientWatch watch;
   EXPECT_TRUE(agent->sign(request(ed25519, sshsigData("git")), watch));
   EXPECT_EQ(log->last().decidedBy, "rule “git commits”");

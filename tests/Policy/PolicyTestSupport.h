@@ -58,12 +58,7 @@ inline PolicyRequest verifiedLogin(RequestOrigin origin = signedApp()) {
 
 inline Rule makeRule(Decision decision, PurposeMatch purpose = PurposeMatch::any(),
                      std::string name = "rule") {
-  Rule rule;
-  rule.id = UUID::random();
-  rule.name = std::move(name);
-  rule.decision = decision;
-  rule.purpose = std::move(purpose);
-  return rule;
+  return Rule::make(std::move(name), decision, std::move(purpose));
 }
 
 }  // namespace policytest

@@ -171,7 +171,7 @@ class RepairUTF8 : public ::testing::TestWithParam<RepairCase> {};
 
 TEST_P(RepairUTF8, ReplacesEachMaximalSubpart) {
   EXPECT_EQ(repairUTF8(GetParam().bytes), GetParam().expected);
-  EXPECT_EQ(isWellFormedUTF8(GetParam().bytes), GetParam().bytes == GetParam().expected);
+  EXPECT_EQ(isValidUTF8(GetParam().bytes), GetParam().bytes == GetParam().expected);
 }
 
 const std::string F = "\uFFFD";

@@ -17,6 +17,7 @@
 #include "KeyStore/SoftwareHardwareKeys.h"
 #include "Platform/InMemoryKeychain.h"
 #include "Platform/PAMPresenceVerifier.h"
+#include "Platform/SocketIO.h"
 #include "SSHWire/SignatureVerification.h"
 #include "SSHWire/WireWriter.h"
 #include "agent/ConnectionServer.h"
@@ -205,7 +206,7 @@ TEST_F(PresenceFixture, AFrontendThatSkipsTheVerificationCannotMakeTheAgentSign)
       raw = FileDescriptor();
       continue;
     }
-    ASSERT_TRUE(writeControlBytes(raw.get(), bytesOf(instead + "\n")));
+    ASSERT_TRUE(writeAll(raw.get(), bytesOf(instead + "\n")));
     auto reply = readControlLine(raw.get(), buffer);
     ASSERT_TRUE(reply);
     EXPECT_FALSE(JSON::parse(*reply).value("ok", true)) << *reply;

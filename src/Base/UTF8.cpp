@@ -1,4 +1,4 @@
-#include "SSHWire/UTF8.h"
+#include "Base/UTF8.h"
 
 namespace quorvane {
 
