@@ -5,25 +5,33 @@
 namespace quorvane {
 namespace {
 
-TEST(OriginBuilder, FindsTheHostAnSSHCommandLineNames) {
-  struct Case {
-    std::vector<std::string> arguments;
-    std::optional<std::string> host;
-  };
-  const Case cases[] = {
-      {{"ssh", "github.com"}, "github.com"},
-      {{"ssh", "-o", "SendEnv=GIT_PROTOCOL", "git@GitHub.com", "git-upload-pack 'a/b'"},
-       "github.com"},
-      {{"ssh", "-p", "2222", "-A", "me@build"}, "[build]:2222"},
-      {{"ssh", "-p2222", "build"}, "[build]:2222"},
-      {{"ssh", "-oPort=22", "build"}, "build"},
-      {{"ssh", "-vvi", "/k", "build", "uptime"}, "build"},
-      {{"ssh", "ssh://git@host.example:7999/repo"}, "[host.example]:7999"},
-      {{"ssh", "--", "host"}, "host"},
-      {{"ssh", "-l", "me"}, std::nullopt},
-  };
-  for (const Case& c : cases) EXPECT_EQ(sshDestinationHost(c.arguments), c.host) << c.arguments[1];
+struct HostCase {
+  std::string name;
+  std::vector<std::string> arguments;
+  std::optional<std::string> host;
+};
+
+class SSHDestination : public ::testing::TestWithParam<HostCase> {};
+
+TEST_P(SSHDestination, FindsTheHostAnSSHCommandLineNames) {
+  EXPECT_EQ(sshDestinationHost(GetParam().arguments), GetParam().host);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    OriginBuilder, SSHDestination,
+    ::testing::Values(
+        HostCase{"PlainHost", {"ssh", "github.com"}, "github.com"},
+        HostCase{"OptionsUserAndCommand",
+                 {"ssh", "-o", "SendEnv=GIT_PROTOCOL", "git@GitHub.com", "git-upload-pack 'a/b'"},
+                 "github.com"},
+        HostCase{"SeparatePort", {"ssh", "-p", "2222", "-A", "me@build"}, "[build]:2222"},
+        HostCase{"JoinedPort", {"ssh", "-p2222", "build"}, "[build]:2222"},
+        HostCase{"DefaultPortOption", {"ssh", "-oPort=22", "build"}, "build"},
+        HostCase{"FlagsWithIdentity", {"ssh", "-vvi", "/k", "build", "uptime"}, "build"},
+        HostCase{"URL", {"ssh", "ssh://git@host.example:7999/repo"}, "[host.example]:7999"},
+        HostCase{"EndOfOptions", {"ssh", "--", "host"}, "host"},
+        HostCase{"NoDestination", {"ssh", "-l", "me"}, std::nullopt}),
+    [](const ::testing::TestParamInfo<HostCase>& tested) { return tested.param.name; });
 
 TEST(OriginBuilder, TakesThePushHintBeforeTheFetchHint) {
   EXPECT_EQ(gitHintFromArguments({"ssh", "h", "git-upload-pack 'r'"}), GitHint::fetch);

@@ -8,22 +8,29 @@
 namespace quorvane {
 namespace {
 
-TEST(ProbeParsing, NamedHostsAreTheHostPatternsWithoutWildcards) {
-  struct Case {
-    const char* config;
-    std::vector<std::string> hosts;
-  };
-  for (const Case& c : std::vector<Case>{{"", {}},
-                                         {"Host a b\n  User x\nHost b c\n", {"a", "b", "c"}},
-                                         {"  HOST=a\r\n\thost\tb\n", {"a", "b"}},
-                                         {"Host *.corp !bad ?x a*\nHost *\n", {}},
-                                         {"Host \"with space\" plain\n", {"with space", "plain"}},
-                                         {"Host \"unbalanced\nHost ok\n", {"ok"}},
-                                         {"Hostname a\nMatch host b\n# Host c\nHost\n", {}},
-                                         {"Host a,b\n", {}}}) {
-    EXPECT_EQ(namedHosts(c.config), c.hosts) << c.config;
-  }
+struct HostsCase {
+  std::string name;
+  const char* config;
+  std::vector<std::string> hosts;
+};
+
+class NamedHosts : public ::testing::TestWithParam<HostsCase> {};
+
+TEST_P(NamedHosts, AreTheHostPatternsWithoutWildcards) {
+  EXPECT_EQ(namedHosts(GetParam().config), GetParam().hosts);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    ProbeParsing, NamedHosts,
+    ::testing::Values(HostsCase{"Empty", "", {}},
+                      HostsCase{"SeveralBlocks", "Host a b\n  User x\nHost b c\n", {"a", "b", "c"}},
+                      HostsCase{"CaseEqualsAndTabs", "  HOST=a\r\n\thost\tb\n", {"a", "b"}},
+                      HostsCase{"Wildcards", "Host *.corp !bad ?x a*\nHost *\n", {}},
+                      HostsCase{"Quoted", "Host \"with space\" plain\n", {"with space", "plain"}},
+                      HostsCase{"UnbalancedQuote", "Host \"unbalanced\nHost ok\n", {"ok"}},
+                      HostsCase{"OtherKeywords", "Hostname a\nMatch host b\n# Host c\nHost\n", {}},
+                      HostsCase{"CommaIsNotASeparator", "Host a,b\n", {}}),
+    [](const ::testing::TestParamInfo<HostsCase>& tested) { return tested.param.name; });
 
 TEST(ProbeParsing, ReadsIdentityAgentAndManagerEnvironmentLines) {
   EXPECT_EQ(identityAgentLine("user x\nidentityagent /a b/c.sock\nidentityagent /d\n"),

@@ -135,42 +135,56 @@ TEST_F(FileKeychainTest, TwoProcessesAddingTheSameItemLeaveOneItemAndOneValue) {
 }
 
 // The item file format: lengths are checked before copying, nothing may follow the data.
-TEST(KeychainItemFile, RoundTripsAndRejectsEveryDamagedForm) {
-  const KeychainItemFile item{"svc", "acct", SecureBytes(bytesOf("data"))};
-  const SecureBytes encoded = item.encode();
-  EXPECT_EQ(KeychainItemFile::decode(encoded.view()), item);
-  Bytes bytes(encoded.view().begin(), encoded.view().end());
+class KeychainItemFileTest : public ::testing::Test {
+ protected:
+  const KeychainItemFile item_{"svc", "acct", SecureBytes(bytesOf("data"))};
+  const Bytes encoded_ = [this] {
+    const SecureBytes encoded = item_.encode();
+    return Bytes(encoded.view().begin(), encoded.view().end());
+  }();
+};
 
-  struct Case {
-    const char* what;
-    std::function<void(Bytes&)> damage;
-    KeychainItemError expected;
-  };
-  const std::vector<Case> cases = {
-      {"magic", [](Bytes& b) { b[0] = 'X'; }, KeychainItemError::badMagic()},
-      {"version", [](Bytes& b) { b[8] = 2; }, KeychainItemError::unsupportedVersion(2)},
-      {"service length", [](Bytes& b) { b[9] = 0x7F; },
-       KeychainItemError::lengthTooLarge(0x7F000003)},
-      {"data length", [](Bytes& b) { b[b.size() - 8] = 0x01; },
-       KeychainItemError::lengthTooLarge(0x01000004)},
-      {"account length past the end", [](Bytes& b) { b[19] = 0x40; },
-       KeychainItemError::truncated()},
-      {"trailing byte", [](Bytes& b) { b.push_back(0); }, KeychainItemError::trailingBytes(1)},
-  };
-  for (const Case& c : cases) {
-    Bytes damaged = bytes;
-    c.damage(damaged);
-    try {
-      KeychainItemFile::decode(damaged);
-      ADD_FAILURE() << c.what << " decoded";
-    } catch (const KeychainItemError& error) {
-      EXPECT_EQ(error, c.expected) << c.what;
-    }
-  }
-  for (size_t length = 0; length < bytes.size(); ++length)
-    EXPECT_THROW(KeychainItemFile::decode(ByteView(bytes).first(length)), KeychainItemError)
+TEST_F(KeychainItemFileTest, RoundTripsAndRejectsEveryPrefix) {
+  EXPECT_EQ(KeychainItemFile::decode(encoded_), item_);
+  for (size_t length = 0; length < encoded_.size(); ++length)
+    EXPECT_THROW(KeychainItemFile::decode(ByteView(encoded_).first(length)), KeychainItemError)
         << "prefix of " << length;
 }
+
+struct DamageCase {
+  std::string name;
+  std::function<void(Bytes&)> damage;
+  KeychainItemError expected;
+};
+
+class DamagedKeychainItem : public KeychainItemFileTest,
+                            public ::testing::WithParamInterface<DamageCase> {};
+
+TEST_P(DamagedKeychainItem, IsRejectedWithItsError) {
+  Bytes damaged = encoded_;
+  GetParam().damage(damaged);
+  try {
+    KeychainItemFile::decode(damaged);
+    ADD_FAILURE() << "decoded";
+  } catch (const KeychainItemError& error) {
+    EXPECT_EQ(error, GetParam().expected);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    KeychainItemFile, DamagedKeychainItem,
+    ::testing::Values(
+        DamageCase{"Magic", [](Bytes& b) { b[0] = 'X'; }, KeychainItemError::badMagic()},
+        DamageCase{"Version", [](Bytes& b) { b[8] = 2; }, KeychainItemError::unsupportedVersion(2)},
+        DamageCase{"ServiceLength", [](Bytes& b) { b[9] = 0x7F; },
+                   KeychainItemError::lengthTooLarge(0x7F000003)},
+        DamageCase{"DataLength", [](Bytes& b) { b[b.size() - 8] = 0x01; },
+                   KeychainItemError::lengthTooLarge(0x01000004)},
+        DamageCase{"AccountLengthPastTheEnd", [](Bytes& b) { b[19] = 0x40; },
+                   KeychainItemError::truncated()},
+        DamageCase{"TrailingByte", [](Bytes& b) { b.push_back(0); },
+                   KeychainItemError::trailingBytes(1)}),
+    [](const ::testing::TestParamInfo<DamageCase>& tested) { return tested.param.name; });
 
 }  // namespace
 }  // namespace quorvane

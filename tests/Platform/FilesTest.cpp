@@ -40,24 +40,29 @@ class ScopedVariable {
   std::optional<std::string> saved_;
 };
 
-TEST(Paths, FollowTheEnvironment) {
-  struct Case {
-    std::optional<std::string> dataHome;
-    std::string support;
-  };
-  const Case cases[] = {
-      {std::nullopt, "/home/test/.local/share/quorvane"},
-      {"", "/home/test/.local/share/quorvane"},
-      {"relative/data", "/home/test/.local/share/quorvane"},
-      {"/var/data", "/var/data/quorvane"},
-  };
+struct PathsCase {
+  std::string name;
+  std::optional<std::string> dataHome;
+  std::string support;
+};
+
+class Paths : public ::testing::TestWithParam<PathsCase> {};
+
+TEST_P(Paths, FollowTheEnvironment) {
   ScopedVariable home("HOME", "/home/test");
-  for (const Case& c : cases) {
-    ScopedVariable dataHome("XDG_DATA_HOME", c.dataHome);
-    EXPECT_EQ(supportFolder(), c.support) << c.dataHome.value_or("(unset)");
-    EXPECT_EQ(keychainFolder(), fs::path(c.support) / "keychain");
-  }
+  ScopedVariable dataHome("XDG_DATA_HOME", GetParam().dataHome);
+  EXPECT_EQ(supportFolder(), GetParam().support);
+  EXPECT_EQ(keychainFolder(), fs::path(GetParam().support) / "keychain");
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, Paths,
+    ::testing::Values(PathsCase{"DataHomeUnset", std::nullopt, "/home/test/.local/share/quorvane"},
+                      PathsCase{"DataHomeEmpty", "", "/home/test/.local/share/quorvane"},
+                      PathsCase{"DataHomeRelative", "relative/data",
+                                "/home/test/.local/share/quorvane"},
+                      PathsCase{"DataHomeAbsolute", "/var/data", "/var/data/quorvane"}),
+    [](const ::testing::TestParamInfo<PathsCase>& tested) { return tested.param.name; });
 
 class AtomicFileTest : public ::testing::Test {
  protected:
@@ -82,30 +87,36 @@ TEST_F(AtomicFileTest, ReplacesTheFileWithExactlyTheGivenMode) {
 
 // A failure at any step up to the rename leaves the old file and no temporary; a failure to sync
 // the folder comes after the rename, so the new file is already in place.
-TEST_F(AtomicFileTest, AFailedStepLeavesTheOldFileOrTheWholeNewOne) {
-  struct Case {
-    AtomicWriteStep step;
-    const char* expectedContents;
-  };
-  const Case cases[] = {{AtomicWriteStep::createTemporary, "old"},
-                        {AtomicWriteStep::write, "old"},
-                        {AtomicWriteStep::syncFile, "old"},
-                        {AtomicWriteStep::rename, "old"},
-                        {AtomicWriteStep::syncFolder, "new"}};
-  for (const Case& c : cases) {
-    writeFileAtomically(target_, bytesOf("old"), 0600);
-    injectAtomicWriteFault(c.step, ENOSPC);
-    try {
-      writeFileAtomically(target_, bytesOf("new"), 0600);
-      ADD_FAILURE() << "step " << static_cast<int>(c.step) << " did not fail";
-    } catch (const std::system_error& error) {
-      EXPECT_EQ(error.code().value(), ENOSPC);
-    }
-    clearAtomicWriteFault();
-    EXPECT_EQ(testing::readFile(target_), c.expectedContents) << static_cast<int>(c.step);
-    EXPECT_EQ(entries(), 1u) << static_cast<int>(c.step);
+struct FaultCase {
+  std::string name;
+  AtomicWriteStep step;
+  const char* expectedContents;
+};
+
+class AtomicFileFault : public AtomicFileTest, public ::testing::WithParamInterface<FaultCase> {};
+
+TEST_P(AtomicFileFault, AFailedStepLeavesTheOldFileOrTheWholeNewOne) {
+  writeFileAtomically(target_, bytesOf("old"), 0600);
+  injectAtomicWriteFault(GetParam().step, ENOSPC);
+  try {
+    writeFileAtomically(target_, bytesOf("new"), 0600);
+    ADD_FAILURE() << "the step did not fail";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ENOSPC);
   }
+  clearAtomicWriteFault();
+  EXPECT_EQ(testing::readFile(target_), GetParam().expectedContents);
+  EXPECT_EQ(entries(), 1u);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, AtomicFileFault,
+    ::testing::Values(FaultCase{"CreateTemporary", AtomicWriteStep::createTemporary, "old"},
+                      FaultCase{"Write", AtomicWriteStep::write, "old"},
+                      FaultCase{"SyncFile", AtomicWriteStep::syncFile, "old"},
+                      FaultCase{"Rename", AtomicWriteStep::rename, "old"},
+                      FaultCase{"SyncFolder", AtomicWriteStep::syncFolder, "new"}),
+    [](const ::testing::TestParamInfo<FaultCase>& tested) { return tested.param.name; });
 
 TEST_F(AtomicFileTest, CreatesMissingFoldersWithTheGivenMode) {
   const fs::path deep = directory_.path() / "a" / "b" / "c";

@@ -47,52 +47,66 @@ PolicyRequest request(RequestPurpose purpose, std::optional<std::string> app = s
   return made;
 }
 
+RequestPurpose loginTo(const std::string& host, std::vector<std::string> via = {}) {
+  return RequestPurpose::login(host, "git", std::move(via));
+}
+
+struct TemplateCase {
+  std::string name;
+  PolicyRequest asked;
+  Decision decision;
+  const char* ruleName;  // nullptr: the default decided
+};
+
 // The real engine with all five templates (and a default of askLocal) decides as the titles say.
-TEST(RuleTemplates, TheEngineDecidesAsTheTitlesSay) {
+class TemplatesDecide : public ::testing::TestWithParam<TemplateCase> {
+ protected:
+  void SetUp() override {
+    for (RuleTemplate& made : ruleTemplates(kHost, kAgent)) engine.rules.push_back(made.rule);
+  }
   PolicyEngine engine;
-  for (RuleTemplate& made : ruleTemplates(kHost, kAgent)) engine.rules.push_back(made.rule);
-  struct Case {
-    const char* what;
-    PolicyRequest asked;
-    Decision decision;
-    const char* ruleName;  // nullptr: the default decided
-  };
-  const auto login = [](const std::string& host, std::vector<std::string> via = {}) {
-    return RequestPurpose::login(host, "git", std::move(via));
-  };
-  for (const Case& c : std::vector<Case>{
-           {"direct login to the host", request(login(kHost)), Decision::allow,
-            "Sign in to this host"},
-           {"direct login elsewhere", request(login(kOtherHost)), Decision::askLocal, nullptr},
-           {"forwarded login to the host", request(login(kHost, {kOtherHost})), Decision::deny,
-            "No forwarded sign-ins"},
-           {"forwarded login elsewhere", request(login(kOtherHost, {kHost})), Decision::deny,
-            "No forwarded sign-ins"},
-           {"agent fetches", request(login(kHost), kAgent, GitHint::fetch), Decision::allow,
-            "Sign in to this host"},
-           {"agent pushes to another host", request(login(kOtherHost), kAgent, GitHint::push),
-            Decision::askLocal, nullptr},
-           {"agent fetches from another host", request(login(kOtherHost), kAgent, GitHint::fetch),
-            Decision::askLocal, nullptr},
-           {"agent signs a commit", request(RequestPurpose::signature("git"), kAgent),
-            Decision::deny, "Coding agent never signs"},
-           {"agent signs anything", request(RequestPurpose::signature("file"), kAgent),
-            Decision::deny, "Coding agent never signs"},
-           {"user signs a commit", request(RequestPurpose::signature("git"), "/usr/bin/git"),
-            Decision::askRemote, "Git commits via iPhone"},
-           {"user signs a file", request(RequestPurpose::signature("file")), Decision::askLocal,
-            nullptr}}) {
-    PolicyOutcome outcome = engine.evaluate(c.asked, Date{1000});
-    EXPECT_EQ(outcome.decision, c.decision) << c.what;
-    if (c.ruleName == nullptr) {
-      EXPECT_EQ(outcome.reason, PolicyOutcome::Reason::default_()) << c.what;
-    } else {
-      const auto* rule = std::get_if<PolicyOutcome::Reason::Rule>(&outcome.reason.value);
-      ASSERT_NE(rule, nullptr) << c.what;
-      EXPECT_EQ(rule->name, c.ruleName) << c.what;
-    }
+};
+
+TEST_P(TemplatesDecide, AsTheTitlesSay) {
+  PolicyOutcome outcome = engine.evaluate(GetParam().asked, Date{1000});
+  EXPECT_EQ(outcome.decision, GetParam().decision);
+  if (GetParam().ruleName == nullptr) {
+    EXPECT_EQ(outcome.reason, PolicyOutcome::Reason::default_());
+  } else {
+    const auto* rule = std::get_if<PolicyOutcome::Reason::Rule>(&outcome.reason.value);
+    ASSERT_NE(rule, nullptr);
+    EXPECT_EQ(rule->name, GetParam().ruleName);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    RuleTemplates, TemplatesDecide,
+    ::testing::Values(
+        TemplateCase{"DirectLoginToTheHost", request(loginTo(kHost)), Decision::allow,
+                     "Sign in to this host"},
+        TemplateCase{"DirectLoginElsewhere", request(loginTo(kOtherHost)), Decision::askLocal,
+                     nullptr},
+        TemplateCase{"ForwardedLoginToTheHost", request(loginTo(kHost, {kOtherHost})),
+                     Decision::deny, "No forwarded sign-ins"},
+        TemplateCase{"ForwardedLoginElsewhere", request(loginTo(kOtherHost, {kHost})),
+                     Decision::deny, "No forwarded sign-ins"},
+        TemplateCase{"AgentFetches", request(loginTo(kHost), kAgent, GitHint::fetch),
+                     Decision::allow, "Sign in to this host"},
+        TemplateCase{"AgentPushesToAnotherHost",
+                     request(loginTo(kOtherHost), kAgent, GitHint::push), Decision::askLocal,
+                     nullptr},
+        TemplateCase{"AgentFetchesFromAnotherHost",
+                     request(loginTo(kOtherHost), kAgent, GitHint::fetch), Decision::askLocal,
+                     nullptr},
+        TemplateCase{"AgentSignsACommit", request(RequestPurpose::signature("git"), kAgent),
+                     Decision::deny, "Coding agent never signs"},
+        TemplateCase{"AgentSignsAnything", request(RequestPurpose::signature("file"), kAgent),
+                     Decision::deny, "Coding agent never signs"},
+        TemplateCase{"UserSignsACommit", request(RequestPurpose::signature("git"), "/usr/bin/git"),
+                     Decision::askRemote, "Git commits via iPhone"},
+        TemplateCase{"UserSignsAFile", request(RequestPurpose::signature("file")),
+                     Decision::askLocal, nullptr}),
+    [](const ::testing::TestParamInfo<TemplateCase>& tested) { return tested.param.name; });
 
 // Without a host key the fetch rule covers every host, so a fetch is allowed and a push asks.
 TEST(RuleTemplates, CodingAgentMayFetchEverywhereWhenNoHostIsGiven) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <thread>
 
+#include "Platform/SocketIO.h"
 #include "SSHWire/Framing.h"
 #include "agent/ConnectionServer.h"
 #include "agent/DaemonError.h"
@@ -56,26 +57,30 @@ TEST_F(SocketLayer, ListenerMakesAPrivateSocketAndReplacesOnlyStaleOnes) {
   EXPECT_THROW(UnixListener::open(tooLong), DaemonError);
 }
 
-TEST_F(SocketLayer, FramesOfLengthZeroOrAboveTheLimitCloseWithoutAnAnswer) {
-  struct Case {
-    Bytes sent;
-    bool readsABody;
-  };
-  const Case cases[] = {
-      {Framing::frame(bytesOf("\x0b")), true},
-      {Bytes{0, 0, 0, 0}, false},
-      {Bytes{0, 4, 0, 1}, false},      // 262145
-      {Bytes{0, 0, 0, 5, 11}, false},  // truncated body, then end of input
-  };
-  for (const Case& c : cases) {
-    int pair[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-    FileDescriptor ours(pair[0]), theirs(pair[1]);
-    ASSERT_TRUE(writeAll(theirs.get(), c.sent));
-    ::shutdown(theirs.get(), SHUT_WR);
-    EXPECT_EQ(readFrame(ours.get()).has_value(), c.readsABody);
-  }
+struct FrameCase {
+  std::string name;
+  Bytes sent;
+  bool readsABody;
+};
+
+class FrameLimits : public ::testing::TestWithParam<FrameCase> {};
+
+TEST_P(FrameLimits, FramesOfLengthZeroOrAboveTheLimitCloseWithoutAnAnswer) {
+  int pair[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+  FileDescriptor ours(pair[0]), theirs(pair[1]);
+  ASSERT_TRUE(writeAll(theirs.get(), GetParam().sent));
+  ::shutdown(theirs.get(), SHUT_WR);
+  EXPECT_EQ(readFrame(ours.get()).has_value(), GetParam().readsABody);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    SocketLayer, FrameLimits,
+    ::testing::Values(FrameCase{"WholeFrame", Framing::frame(bytesOf("\x0b")), true},
+                      FrameCase{"LengthZero", Bytes{0, 0, 0, 0}, false},
+                      FrameCase{"OneOverTheLimit", Bytes{0, 4, 0, 1}, false},  // 262145
+                      FrameCase{"TruncatedBody", Bytes{0, 0, 0, 5, 11}, false}),
+    [](const ::testing::TestParamInfo<FrameCase>& tested) { return tested.param.name; });
 
 TEST_F(SocketLayer, HangupWatchTellsAHangupFromAShutdown) {
   int pair[2];
