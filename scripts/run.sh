@@ -12,7 +12,7 @@ if [[ ! -e /etc/pam.d/quorvane ]]; then
   if [[ $(id -u) -ne 0 ]]; then sudo=(sudo); fi
   "${sudo[@]}" install -m 0644 dist/pam.d/quorvane /etc/pam.d/quorvane
 fi
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build
 
 echo
