@@ -4,22 +4,18 @@
 
 namespace quorvane {
 
-ActivityStoreError::ActivityStoreError(Kind kind, int32_t code, std::string message,
-                                       const std::string& what)
-    : std::runtime_error(what), kind_(kind), code_(code), message_(std::move(message)) {}
-
 ActivityStoreError ActivityStoreError::sqlite(int32_t code, std::string message) {
   std::string what = "SQLite error " + std::to_string(code) + ": " + message;
-  return ActivityStoreError(Kind::sqlite, code, std::move(message), what);
+  return ActivityStoreError(Kind::sqlite, {code, std::move(message)}, what);
 }
 
 ActivityStoreError ActivityStoreError::anchorUnavailable(KeychainStatus status) {
-  return ActivityStoreError(Kind::anchorUnavailable, status, "",
+  return ActivityStoreError(Kind::anchorUnavailable, {status, ""},
                             "chain anchor unavailable: keychain status " + std::to_string(status));
 }
 
 ActivityStoreError ActivityStoreError::anchorCorrupted() {
-  return ActivityStoreError(Kind::anchorCorrupted, 0, "", "chain anchor item is corrupted");
+  return ActivityStoreError(Kind::anchorCorrupted, {}, "chain anchor item is corrupted");
 }
 
 }  // namespace quorvane

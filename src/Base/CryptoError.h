@@ -1,25 +1,27 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
+
+#include "Base/EnumNames.h"
+#include "Base/Error.h"
 
 namespace quorvane {
 
+enum class CryptoErrorKind {
+  libraryFailure,  // an OpenSSL call failed; the message carries OpenSSL's error queue
+};
+
 // The error of the Crypto library. Only failures of the cryptographic library itself are thrown
 // (allocation, an internal error); bad input to a verification is a false result, not an error.
-class CryptoError : public std::runtime_error {
+class CryptoError : public KindedError<CryptoError, CryptoErrorKind> {
  public:
-  enum class Kind {
-    libraryFailure,  // an OpenSSL call failed; the message carries OpenSSL's error queue
-  };
+  static constexpr EnumNames<Kind, 1> kKindNames{"CryptoError",
+                                                 {{{Kind::libraryFailure, "libraryFailure"}}}};
 
   static CryptoError libraryFailure(const std::string& operation);
 
-  Kind kind() const { return kind_; }
-
  private:
-  CryptoError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
-  Kind kind_;
+  CryptoError(Kind kind, const std::string& message) : KindedError(kind, {}, message) {}
 };
 
 }  // namespace quorvane

@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "Base/Check.h"
-#include "Base/JSONReader.h"
 
 namespace quorvane {
 
@@ -40,8 +39,10 @@ struct EnumNames {
     return std::nullopt;
   }
 
-  // The value a JSON string names; anything else fails the reader (dataCorrupted).
-  Enum decode(const JSONReader& reader) const {
+  // The value a JSON string names; anything else fails the reader (dataCorrupted). A template so
+  // that error classes can hold a name table without the JSON reader (a JSONReader).
+  template <class Reader>
+  Enum decode(const Reader& reader) const {
     std::string text = reader.string();
     if (auto found = value(text)) return *found;
     reader.fail("Cannot initialize " + std::string(typeName) + " from invalid String value " +

@@ -1,18 +1,23 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
+
+#include "Base/EnumNames.h"
+#include "Base/Error.h"
 
 namespace quorvane {
 
+enum class ControlErrorKind {
+  agentHungUp,  // the agent closed the connection before it answered
+  notJSON,      // a line from the agent is not a JSON object
+};
+
 // The error of a control-socket client: the agent went away, or answered something that is not a
 // message of the control protocol.
-class ControlError : public std::runtime_error {
+class ControlError : public KindedError<ControlError, ControlErrorKind> {
  public:
-  enum class Kind {
-    agentHungUp,  // the agent closed the connection before it answered
-    notJSON,      // a line from the agent is not a JSON object
-  };
+  static constexpr EnumNames<Kind, 2> kKindNames{
+      "ControlError", {{{Kind::agentHungUp, "agentHungUp"}, {Kind::notJSON, "notJSON"}}}};
 
   static ControlError agentHungUp() {
     return ControlError(Kind::agentHungUp, "the agent closed the control connection");
@@ -21,11 +26,8 @@ class ControlError : public std::runtime_error {
     return ControlError(Kind::notJSON, "the agent sent something that is not JSON");
   }
 
-  Kind kind() const { return kind_; }
-
  private:
-  ControlError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
-  Kind kind_;
+  ControlError(Kind kind, const std::string& message) : KindedError(kind, {}, message) {}
 };
 
 }  // namespace quorvane

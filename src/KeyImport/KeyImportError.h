@@ -1,10 +1,31 @@
 #pragma once
 
-#include <ostream>
-#include <stdexcept>
 #include <string>
 
+#include "Base/EnumNames.h"
+#include "Base/Error.h"
+
 namespace quorvane {
+
+enum class KeyImportErrorKind {
+  unsupportedFormat,
+  unsupportedCipher,
+  unsupportedKeyType,
+  rsaKeyTooSmall,
+  passphraseRequired,
+  wrongPassphrase,
+  malformed,
+  multipleKeys,
+  publicKeyOnly,
+  inconsistentKey,
+};
+
+// The text of the first three kinds and the bit count of rsaKeyTooSmall; empty and 0 otherwise.
+struct KeyImportErrorPayload {
+  std::string detail;
+  int bits = 0;
+  friend bool operator==(const KeyImportErrorPayload&, const KeyImportErrorPayload&) = default;
+};
 
 // The one error of the key importer. Each kind carries only its own payload:
 //   unsupportedFormat(found)     a recognised file format or variant that is not read
@@ -18,21 +39,23 @@ namespace quorvane {
 //   publicKeyOnly                the file holds only a public key
 //   inconsistentKey              the private key does not belong to the public key beside it, or
 //                                fails the signing test
-// importErrorMessage (ImportMessages.h) turns an error into the sentence shown to the user.
-class KeyImportError : public std::runtime_error {
+// The message is the kind's name with its payload: "rsaKeyTooSmall(1024)". importErrorMessage
+// (ImportMessages.h) turns an error into the sentence shown to the user.
+class KeyImportError
+    : public KindedError<KeyImportError, KeyImportErrorKind, KeyImportErrorPayload> {
  public:
-  enum class Kind {
-    unsupportedFormat,
-    unsupportedCipher,
-    unsupportedKeyType,
-    rsaKeyTooSmall,
-    passphraseRequired,
-    wrongPassphrase,
-    malformed,
-    multipleKeys,
-    publicKeyOnly,
-    inconsistentKey,
-  };
+  static constexpr EnumNames<Kind, 10> kKindNames{
+      "KeyImportError",
+      {{{Kind::unsupportedFormat, "unsupportedFormat"},
+        {Kind::unsupportedCipher, "unsupportedCipher"},
+        {Kind::unsupportedKeyType, "unsupportedKeyType"},
+        {Kind::rsaKeyTooSmall, "rsaKeyTooSmall"},
+        {Kind::passphraseRequired, "passphraseRequired"},
+        {Kind::wrongPassphrase, "wrongPassphrase"},
+        {Kind::malformed, "malformed"},
+        {Kind::multipleKeys, "multipleKeys"},
+        {Kind::publicKeyOnly, "publicKeyOnly"},
+        {Kind::inconsistentKey, "inconsistentKey"}}}};
 
   static KeyImportError unsupportedFormat(std::string found);
   static KeyImportError unsupportedCipher(std::string name);
@@ -45,27 +68,11 @@ class KeyImportError : public std::runtime_error {
   static KeyImportError publicKeyOnly();
   static KeyImportError inconsistentKey();
 
-  Kind kind() const { return kind_; }
-  // The text payload of the first three kinds; empty for the others.
-  const std::string& detail() const { return detail_; }
-  // The bit count of rsaKeyTooSmall; 0 for the others.
-  int bits() const { return bits_; }
-
-  friend bool operator==(const KeyImportError& a, const KeyImportError& b) {
-    return a.kind_ == b.kind_ && a.detail_ == b.detail_ && a.bits_ == b.bits_;
-  }
-  friend std::ostream& operator<<(std::ostream& out, const KeyImportError& error) {
-    return out << error.what();
-  }
+  const std::string& detail() const { return payload().detail; }
+  int bits() const { return payload().bits; }
 
  private:
-  KeyImportError(Kind kind, std::string detail, int bits);
-  Kind kind_;
-  std::string detail_;
-  int bits_;
+  KeyImportError(Kind kind, KeyImportErrorPayload payload);
 };
-
-// The case name, e.g. "malformed".
-const char* kindName(KeyImportError::Kind kind);
 
 }  // namespace quorvane

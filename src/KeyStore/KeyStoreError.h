@@ -1,13 +1,35 @@
 #pragma once
 
-#include <ostream>
-#include <stdexcept>
 #include <string>
 
+#include "Base/EnumNames.h"
+#include "Base/Error.h"
 #include "Base/UUID.h"
 #include "Platform/Keychain.h"
 
 namespace quorvane {
+
+enum class KeyStoreErrorKind {
+  accessControl,
+  keychain,
+  keyMissing,
+  unsupported,
+  invalidSecret,
+  secureEnclaveUnavailable,
+  duplicateKey,
+  rsaSHA1Refused,
+  unknownKey,
+};
+
+// The description of accessControl or the reason of unsupported (empty otherwise), the status of
+// keychain (0 otherwise) and the record id of keyMissing, invalidSecret and unknownKey (all zero
+// otherwise).
+struct KeyStoreErrorPayload {
+  std::string text;
+  KeychainStatus status = 0;
+  UUID id;
+  friend bool operator==(const KeyStoreErrorPayload&, const KeyStoreErrorPayload&) = default;
+};
 
 // The error of the key store, its secret stores and the keychain-backed sealing key. Each kind
 // carries only its own payload:
@@ -22,19 +44,19 @@ namespace quorvane {
 //   rsaSHA1Refused              an RSA signature asked for without either SHA-2 flag
 //   unknownKey(id)              no record has the id `id`
 // The application composes the user's sentences from the kind and payload.
-class KeyStoreError : public std::runtime_error {
+class KeyStoreError : public KindedError<KeyStoreError, KeyStoreErrorKind, KeyStoreErrorPayload> {
  public:
-  enum class Kind {
-    accessControl,
-    keychain,
-    keyMissing,
-    unsupported,
-    invalidSecret,
-    secureEnclaveUnavailable,
-    duplicateKey,
-    rsaSHA1Refused,
-    unknownKey,
-  };
+  static constexpr EnumNames<Kind, 9> kKindNames{
+      "KeyStoreError",
+      {{{Kind::accessControl, "accessControl"},
+        {Kind::keychain, "keychain"},
+        {Kind::keyMissing, "keyMissing"},
+        {Kind::unsupported, "unsupported"},
+        {Kind::invalidSecret, "invalidSecret"},
+        {Kind::secureEnclaveUnavailable, "secureEnclaveUnavailable"},
+        {Kind::duplicateKey, "duplicateKey"},
+        {Kind::rsaSHA1Refused, "rsaSHA1Refused"},
+        {Kind::unknownKey, "unknownKey"}}}};
 
   static KeyStoreError accessControl(std::string description);
   static KeyStoreError keychain(KeychainStatus status);
@@ -46,27 +68,12 @@ class KeyStoreError : public std::runtime_error {
   static KeyStoreError rsaSHA1Refused();
   static KeyStoreError unknownKey(const UUID& id);
 
-  Kind kind() const { return kind_; }
-  // The description of accessControl or the reason of unsupported; empty for the other kinds.
-  const std::string& text() const { return text_; }
-  // The status of keychain; 0 for the other kinds.
-  KeychainStatus status() const { return status_; }
-  // The record id of keyMissing, invalidSecret and unknownKey; all zero for the other kinds.
-  const UUID& id() const { return id_; }
-
-  friend bool operator==(const KeyStoreError& a, const KeyStoreError& b) {
-    return a.kind_ == b.kind_ && a.text_ == b.text_ && a.status_ == b.status_ && a.id_ == b.id_;
-  }
-  friend std::ostream& operator<<(std::ostream& out, const KeyStoreError& error) {
-    return out << error.what();
-  }
+  const std::string& text() const { return payload().text; }
+  KeychainStatus status() const { return payload().status; }
+  const UUID& id() const { return payload().id; }
 
  private:
-  KeyStoreError(Kind kind, std::string text, KeychainStatus status, UUID id);
-  Kind kind_;
-  std::string text_;
-  KeychainStatus status_;
-  UUID id_;
+  KeyStoreError(Kind kind, KeyStoreErrorPayload payload);
 };
 
 }  // namespace quorvane

@@ -15,7 +15,7 @@ const char* describe(SealedFileError::Kind kind) {
 
 }  // namespace
 
-SealedFileError::SealedFileError(Kind kind) : std::runtime_error(describe(kind)), kind_(kind) {}
+SealedFileError::SealedFileError(Kind kind) : KindedError(kind, {}, describe(kind)) {}
 
 SealedFileError SealedFileError::missing() { return SealedFileError(Kind::missing); }
 SealedFileError SealedFileError::tampered() { return SealedFileError(Kind::tampered); }

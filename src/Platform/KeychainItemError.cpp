@@ -23,7 +23,7 @@ std::string describe(KeychainItemError::Kind kind, uint64_t amount) {
 }  // namespace
 
 KeychainItemError::KeychainItemError(Kind kind, uint64_t amount)
-    : std::runtime_error(describe(kind, amount)), kind_(kind), amount_(amount) {}
+    : KindedError(kind, {amount}, describe(kind, amount)) {}
 
 KeychainItemError KeychainItemError::badMagic() { return {Kind::badMagic, 0}; }
 KeychainItemError KeychainItemError::unsupportedVersion(uint8_t version) {

@@ -1,10 +1,26 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
-#include <stdexcept>
+
+#include "Base/EnumNames.h"
+#include "Base/Error.h"
 
 namespace quorvane {
+
+enum class KeychainItemErrorKind {
+  badMagic,
+  unsupportedVersion,
+  lengthTooLarge,
+  truncated,
+  trailingBytes
+};
+
+// The number a kind carries (version, length or count); 0 for badMagic and truncated.
+struct KeychainItemErrorPayload {
+  uint64_t amount = 0;
+  friend bool operator==(const KeychainItemErrorPayload&,
+                         const KeychainItemErrorPayload&) = default;
+};
 
 // Why the bytes of a keychain item file are not an item. Each kind carries only its own payload:
 //   badMagic                 the file does not begin with the item file's magic
@@ -12,9 +28,15 @@ namespace quorvane {
 //   lengthTooLarge(length)   a field's length over its limit; `amount` is the length as read
 //   truncated                fewer bytes left than the next field needs
 //   trailingBytes(count)     `count` bytes after the last field
-class KeychainItemError : public std::runtime_error {
+class KeychainItemError
+    : public KindedError<KeychainItemError, KeychainItemErrorKind, KeychainItemErrorPayload> {
  public:
-  enum class Kind { badMagic, unsupportedVersion, lengthTooLarge, truncated, trailingBytes };
+  static constexpr EnumNames<Kind, 5> kKindNames{"KeychainItemError",
+                                                 {{{Kind::badMagic, "badMagic"},
+                                                   {Kind::unsupportedVersion, "unsupportedVersion"},
+                                                   {Kind::lengthTooLarge, "lengthTooLarge"},
+                                                   {Kind::truncated, "truncated"},
+                                                   {Kind::trailingBytes, "trailingBytes"}}}};
 
   static KeychainItemError badMagic();
   static KeychainItemError unsupportedVersion(uint8_t version);
@@ -22,20 +44,10 @@ class KeychainItemError : public std::runtime_error {
   static KeychainItemError truncated();
   static KeychainItemError trailingBytes(uint64_t count);
 
-  Kind kind() const { return kind_; }
-  uint64_t amount() const { return amount_; }
-
-  friend bool operator==(const KeychainItemError& a, const KeychainItemError& b) {
-    return a.kind_ == b.kind_ && a.amount_ == b.amount_;
-  }
-  friend std::ostream& operator<<(std::ostream& out, const KeychainItemError& error) {
-    return out << error.what();
-  }
+  uint64_t amount() const { return payload().amount; }
 
  private:
   KeychainItemError(Kind kind, uint64_t amount);
-  Kind kind_;
-  uint64_t amount_;
 };
 
 }  // namespace quorvane

@@ -2,37 +2,37 @@
 
 #include <sys/types.h>
 
-#include <ostream>
-#include <stdexcept>
+#include "Base/EnumNames.h"
+#include "Base/Error.h"
 
 namespace quorvane {
+
+enum class ProcessContextErrorKind { foreignUser, peerGone };
+
+// The peer's user identifier for foreignUser; 0 for peerGone.
+struct ProcessContextErrorPayload {
+  uid_t uid = 0;
+  friend bool operator==(const ProcessContextErrorPayload&,
+                         const ProcessContextErrorPayload&) = default;
+};
 
 // The one error of the process context. Each kind carries only its own payload:
 //   foreignUser(uid)  the peer runs as another user; that user's identifier
 //   peerGone          the peer's identity cannot be read, normally because it has exited (or its
 //                     pid now names another process); also a process record that does not parse
-class ProcessContextError : public std::runtime_error {
+class ProcessContextError
+    : public KindedError<ProcessContextError, ProcessContextErrorKind, ProcessContextErrorPayload> {
  public:
-  enum class Kind { foreignUser, peerGone };
+  static constexpr EnumNames<Kind, 2> kKindNames{
+      "ProcessContextError", {{{Kind::foreignUser, "foreignUser"}, {Kind::peerGone, "peerGone"}}}};
 
   static ProcessContextError foreignUser(uid_t uid);
   static ProcessContextError peerGone();
 
-  Kind kind() const { return kind_; }
-  // The peer's user identifier for foreignUser; 0 for peerGone.
-  uid_t uid() const { return uid_; }
-
-  friend bool operator==(const ProcessContextError& a, const ProcessContextError& b) {
-    return a.kind_ == b.kind_ && a.uid_ == b.uid_;
-  }
-  friend std::ostream& operator<<(std::ostream& out, const ProcessContextError& error) {
-    return out << error.what();
-  }
+  uid_t uid() const { return payload().uid; }
 
  private:
-  ProcessContextError(Kind kind, uid_t uid);
-  Kind kind_;
-  uid_t uid_;
+  using KindedError::KindedError;
 };
 
 }  // namespace quorvane

@@ -20,8 +20,7 @@ const char* describe(ConnectionBindings::BindError::Kind kind) {
 
 }  // namespace
 
-ConnectionBindings::BindError::BindError(Kind kind)
-    : std::runtime_error(describe(kind)), kind_(kind) {}
+ConnectionBindings::BindError::BindError(Kind kind) : KindedError(kind, {}, describe(kind)) {}
 
 void ConnectionBindings::record(const SessionBind& bind) {
   using Kind = BindError::Kind;

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <stdexcept>
 #include <variant>
 #include <vector>
 
+#include "Base/EnumNames.h"
+#include "Base/Error.h"
 #include "SSHWire/SSHPublicKey.h"
 #include "SSHWire/SessionBind.h"
 #include "SSHWire/SignPurpose.h"
@@ -15,15 +16,19 @@ namespace quorvane {
 struct ConnectionBindings {
   static constexpr size_t kMaxBindings = 16;
 
-  // Why a binding was refused; the bindings are unchanged.
-  class BindError : public std::runtime_error {
-   public:
-    enum class Kind { invalidSignature, tooMany, alreadyBoundForAuth, conflictingKey };
-    explicit BindError(Kind kind);
-    Kind kind() const { return kind_; }
+  enum class BindErrorKind { invalidSignature, tooMany, alreadyBoundForAuth, conflictingKey };
 
-   private:
-    Kind kind_;
+  // Why a binding was refused; the bindings are unchanged.
+  class BindError : public KindedError<BindError, BindErrorKind> {
+   public:
+    static constexpr EnumNames<Kind, 4> kKindNames{
+        "BindError",
+        {{{Kind::invalidSignature, "invalidSignature"},
+          {Kind::tooMany, "tooMany"},
+          {Kind::alreadyBoundForAuth, "alreadyBoundForAuth"},
+          {Kind::conflictingKey, "conflictingKey"}}}};
+
+    explicit BindError(Kind kind);
   };
 
   struct HostVerdict {

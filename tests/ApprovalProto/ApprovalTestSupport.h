@@ -23,5 +23,7 @@ inline QAPFailure::Kind failureOf(const std::function<void()>& action) {
 }  // namespace quorvane::testing
 
 namespace quorvane {
-inline void PrintTo(QAPFailure::Kind kind, std::ostream* out) { *out << name(kind); }
+inline void PrintTo(QAPFailure::Kind kind, std::ostream* out) {
+  *out << QAPFailure::kKindNames.name(kind);
+}
 }  // namespace quorvane

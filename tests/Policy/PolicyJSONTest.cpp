@@ -122,16 +122,6 @@ struct DecodeCase {
 
 void PrintTo(const DecodeCase& c, std::ostream* out) { *out << c.input; }
 
-const char* kindName(DecodingError::Kind kind) {
-  switch (kind) {
-    case DecodingError::Kind::typeMismatch: return "typeMismatch";
-    case DecodingError::Kind::valueNotFound: return "valueNotFound";
-    case DecodingError::Kind::keyNotFound: return "keyNotFound";
-    case DecodingError::Kind::dataCorrupted: return "dataCorrupted";
-  }
-  return "?";
-}
-
 class PolicyDecoding : public ::testing::TestWithParam<DecodeCase> {};
 
 TEST_P(PolicyDecoding, GivesValueOrExactError) {
@@ -140,7 +130,7 @@ TEST_P(PolicyDecoding, GivesValueOrExactError) {
   try {
     outcome = GetParam().recode(JSONReader(document)).dump();
   } catch (const DecodingError& error) {
-    outcome = std::string(kindName(error.kind())) + " " + error.what();
+    outcome = std::string(error.kindName()) + " " + error.what();
   }
   EXPECT_EQ(outcome, GetParam().expected) << GetParam().input;
 }
