@@ -173,28 +173,38 @@ TEST_F(ActivityStoreTest, AnchorFailureIsReportedButKeepsTheEntry) {
   EXPECT_EQ(shellQuery("SELECT count(*) FROM activity"), "2\n");
 }
 
-TEST_F(ActivityStoreTest, OpenFailuresAreSQLiteErrors) {
-  struct Case {
-    std::filesystem::path path;
-    int code;
-  };
+struct OpenFailureCase {
+  std::string name;
+  std::filesystem::path relativePath;  // below the test's folder; empty is the folder itself
+  int code;
+};
+
+void PrintTo(const OpenFailureCase& c, std::ostream* out) { *out << c.name; }
+
+class ActivityStoreOpenFailure : public ActivityStoreTest,
+                                 public ::testing::WithParamInterface<OpenFailureCase> {};
+
+TEST_P(ActivityStoreOpenFailure, IsASQLiteError) {
   testing::writeFile(directory_.path() / "not-a-log", std::string(4096, 'x'));
-  const Case kCases[] = {
-      {directory_.path() / "missing" / "activity.sqlite", SQLITE_CANTOPEN},
-      {directory_.path() / "not-a-log", SQLITE_NOTADB},
-      {directory_.path(), SQLITE_CANTOPEN},
-  };
-  for (const Case& failing : kCases) {
-    try {
-      ActivityStore::open(failing.path);
-      ADD_FAILURE() << failing.path;
-    } catch (const ActivityStoreError& error) {
-      EXPECT_EQ(error.kind(), ActivityStoreError::Kind::sqlite);
-      EXPECT_EQ(error.code(), failing.code) << error.what();
-      EXPECT_FALSE(error.message().empty());
-    }
+  const std::filesystem::path& relative = GetParam().relativePath;
+  const std::filesystem::path path =
+      relative.empty() ? directory_.path() : directory_.path() / relative;
+  try {
+    ActivityStore::open(path);
+    ADD_FAILURE() << path;
+  } catch (const ActivityStoreError& error) {
+    EXPECT_EQ(error.kind(), ActivityStoreError::Kind::sqlite);
+    EXPECT_EQ(error.code(), GetParam().code) << error.what();
+    EXPECT_FALSE(error.message().empty());
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Paths, ActivityStoreOpenFailure,
+    ::testing::Values(OpenFailureCase{"MissingFolder", "missing/activity.sqlite", SQLITE_CANTOPEN},
+                      OpenFailureCase{"NotADatabase", "not-a-log", SQLITE_NOTADB},
+                      OpenFailureCase{"AFolder", "", SQLITE_CANTOPEN}),
+    [](const ::testing::TestParamInfo<OpenFailureCase>& tested) { return tested.param.name; });
 
 TEST_F(ActivityStoreTest, WriteFailureIsASQLiteErrorAndLeavesTheChainIntact) {
   auto store = openStore();

@@ -161,36 +161,42 @@ TEST_F(AgentFixture, AFourthWaitingRequestForAKeyIsRefusedAtOnce) {
   EXPECT_EQ(log->count(), 4u);
 }
 
-TEST_F(AgentFixture, WhatHappensDuringTheWaitDecidesTheEnd) {
-  struct Case {
-    std::string name;
-    std::function<void(ManualClientWatch&)> during;
-    std::string note;
-    ActivityEntry::Outcome outcome;
-  };
-  const std::vector<Case> cases = {
-      {"lock", [&](ManualClientWatch&) { agent->lock(); }, "locked while waiting",
-       ActivityEntry::Outcome::rejected},
-      {"rules",
-       [&](ManualClientWatch&) {
-         agent->replaceRules({Rule::make("new", Decision::deny, PurposeMatch::other())});
-       },
-       "rule changed while waiting", ActivityEntry::Outcome::denied},
-      {"hangup", [](ManualClientWatch& watch) { watch.hangUp(); }, "client disconnected",
-       ActivityEntry::Outcome::expired},
-  };
-  for (const Case& c : cases) {
-    lockStore->setLocked(false);
-    agent = makeAgent({});
-    ManualClientWatch watch;
-    auto waiting = startWaiting(watch, request(ed25519));
-    c.during(watch);
-    if (!approver->pending().empty()) approveNewest();  // the user approves anyway
-    EXPECT_FALSE(waiting.get()) << c.name;
-    EXPECT_EQ(log->last().note, c.note) << c.name;
-    EXPECT_EQ(log->last().outcome, c.outcome) << c.name;
-  }
+struct InterruptionCase {
+  std::string name;
+  std::function<void(AgentFixture&, ManualClientWatch&)> during;
+  std::string note;
+  ActivityEntry::Outcome outcome;
+};
+
+void PrintTo(const InterruptionCase& c, std::ostream* out) { *out << c.name; }
+
+struct AgentWaitInterruption : AgentFixture, ::testing::WithParamInterface<InterruptionCase> {};
+
+TEST_P(AgentWaitInterruption, DecidesTheEnd) {
+  const InterruptionCase& c = GetParam();
+  ManualClientWatch watch;
+  auto waiting = startWaiting(watch, request(ed25519));
+  c.during(*this, watch);
+  if (!approver->pending().empty()) approveNewest();  // the user approves anyway
+  EXPECT_FALSE(waiting.get());
+  EXPECT_EQ(log->last().note, c.note);
+  EXPECT_EQ(log->last().outcome, c.outcome);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    DuringTheWait, AgentWaitInterruption,
+    ::testing::Values(
+        InterruptionCase{"lock", [](AgentFixture& f, ManualClientWatch&) { f.agent->lock(); },
+                         "locked while waiting", ActivityEntry::Outcome::rejected},
+        InterruptionCase{"rules",
+                         [](AgentFixture& f, ManualClientWatch&) {
+                           f.agent->replaceRules(
+                               {Rule::make("new", Decision::deny, PurposeMatch::other())});
+                         },
+                         "rule changed while waiting", ActivityEntry::Outcome::denied},
+        InterruptionCase{"hangup", [](AgentFixture&, ManualClientWatch& watch) { watch.hangUp(); },
+                         "client disconnected", ActivityEntry::Outcome::expired}),
+    [](const ::testing::TestParamInfo<InterruptionCase>& tested) { return tested.param.name; });
 
 TEST_F(AgentFixture, DenialsAndTimeoutsCountTowardsABlock) {
   ManualClientWatch watch;

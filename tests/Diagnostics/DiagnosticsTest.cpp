@@ -233,60 +233,76 @@ TEST(Diagnostics, OtherAgentsGetOneLineEachAndNoneWhenAbsent) {
   EXPECT_EQ(checks[8].title, "Remote approval relay");
 }
 
-// Socket path lengths around the limit; the control socket is two bytes longer than the agent
-// socket and must fit too.
-TEST(Diagnostics, SocketPathMustFitTheSocketAddress) {
-  const std::string suffix = "/.ssh/quorvane/agent.sock";  // 25 bytes
-  struct Case {
-    size_t agentLength, limit;
-    Level level;
-    std::string detail;
-  };
-  for (const Case& c :
-       std::vector<Case>{{103, 107, Level::ok, "~/.ssh/quorvane/agent.sock (103 of 107 bytes)"},
-                         {104, 107, Level::ok, "~/.ssh/quorvane/agent.sock (104 of 107 bytes)"},
-                         {105, 107, Level::ok, "~/.ssh/quorvane/agent.sock (105 of 107 bytes)"},
-                         {106, 107, Level::problem,
-                          "Your home folder path is too long for a socket (108 of 107 bytes)."},
-                         {108, 107, Level::problem,
-                          "Your home folder path is too long for a socket (108 of 107 bytes)."},
-                         {101, 103, Level::ok, "~/.ssh/quorvane/agent.sock (101 of 103 bytes)"},
-                         {104, 103, Level::problem,
-                          "Your home folder path is too long for a socket (104 of 103 bytes)."}}) {
-    FakeProbes probes;
-    probes.home = "/" + std::string(c.agentLength - suffix.size() - 1, 'h');
-    probes.files = {(probes.home / ".ssh/quorvane/agent.sock").string()};
-    auto checks = run(probes, c.limit);
-    const DiagnosticCheck* check = titled(checks, "Socket path");
-    ASSERT_NE(check, nullptr);
-    EXPECT_EQ(check->level, c.level) << c.agentLength;
-    EXPECT_EQ(check->detail, c.detail);
-  }
-  EXPECT_EQ(kSocketPathLimit, 107u);
+struct SocketPathCase {
+  size_t agentLength, limit;
+  Level level;
+  std::string detail;
+};
+
+void PrintTo(const SocketPathCase& c, std::ostream* out) {
+  *out << c.agentLength << " of " << c.limit << " bytes";
 }
 
-TEST(Diagnostics, RelayClockIsReportedFrom31WholeSecondsEitherWay) {
-  struct Case {
-    double serverOffset;
-    std::string detail;
-  };
-  for (const Case& c : std::vector<Case>{
-           {0, "Online"},
-           {30, "Online"},
-           {-30.9, "Online"},
-           {31, "This Mac's clock is off by 31 s. Remote approvals may fail."},
-           {-31, "This Mac's clock is off by 31 s. Remote approvals may fail."},
-           {-3600.5, "This Mac's clock is off by 3600 s. Remote approvals may fail."}}) {
-    FakeProbes probes;
-    probes.clock = Date{784111777.0 - c.serverOffset};  // the header's moment, shifted
-    probes.relay = {RelayHealth::Kind::answered, "Sun, 06 Nov 1994 08:49:37 GMT"};
-    auto checks = run(probes);
-    const DiagnosticCheck* check = titled(checks, "Remote approval relay");
-    ASSERT_NE(check, nullptr);
-    EXPECT_EQ(check->detail, c.detail) << c.serverOffset;
-    EXPECT_EQ(check->level, c.detail == "Online" ? Level::ok : Level::warning);
-  }
+// Socket path lengths around the limit; the control socket is two bytes longer than the agent
+// socket and must fit too.
+class DiagnosticsSocketPath : public ::testing::TestWithParam<SocketPathCase> {};
+
+TEST_P(DiagnosticsSocketPath, MustFitTheSocketAddress) {
+  const SocketPathCase& c = GetParam();
+  const std::string suffix = "/.ssh/quorvane/agent.sock";  // 25 bytes
+  FakeProbes probes;
+  probes.home = "/" + std::string(c.agentLength - suffix.size() - 1, 'h');
+  probes.files = {(probes.home / ".ssh/quorvane/agent.sock").string()};
+  auto checks = run(probes, c.limit);
+  const DiagnosticCheck* check = titled(checks, "Socket path");
+  ASSERT_NE(check, nullptr);
+  EXPECT_EQ(check->level, c.level);
+  EXPECT_EQ(check->detail, c.detail);
 }
+
+const char kHomeTooLong108[] = "Your home folder path is too long for a socket (108 of 107 bytes).";
+
+INSTANTIATE_TEST_SUITE_P(
+    Lengths, DiagnosticsSocketPath,
+    ::testing::Values(
+        SocketPathCase{103, 107, Level::ok, "~/.ssh/quorvane/agent.sock (103 of 107 bytes)"},
+        SocketPathCase{104, 107, Level::ok, "~/.ssh/quorvane/agent.sock (104 of 107 bytes)"},
+        SocketPathCase{105, 107, Level::ok, "~/.ssh/quorvane/agent.sock (105 of 107 bytes)"},
+        SocketPathCase{106, 107, Level::problem, kHomeTooLong108},
+        SocketPathCase{108, 107, Level::problem, kHomeTooLong108},
+        SocketPathCase{101, 103, Level::ok, "~/.ssh/quorvane/agent.sock (101 of 103 bytes)"},
+        SocketPathCase{104, 103, Level::problem,
+                       "Your home folder path is too long for a socket (104 of 103 bytes)."}));
+
+TEST(Diagnostics, SocketPathLimitIsTheSocketAddressSize) { EXPECT_EQ(kSocketPathLimit, 107u); }
+
+struct ClockCase {
+  double serverOffset;
+  std::string detail;
+};
+
+void PrintTo(const ClockCase& c, std::ostream* out) { *out << c.serverOffset << " s"; }
+
+class DiagnosticsRelayClock : public ::testing::TestWithParam<ClockCase> {};
+
+TEST_P(DiagnosticsRelayClock, IsReportedFrom31WholeSecondsEitherWay) {
+  FakeProbes probes;
+  probes.clock = Date{784111777.0 - GetParam().serverOffset};  // the header's moment, shifted
+  probes.relay = {RelayHealth::Kind::answered, "Sun, 06 Nov 1994 08:49:37 GMT"};
+  auto checks = run(probes);
+  const DiagnosticCheck* check = titled(checks, "Remote approval relay");
+  ASSERT_NE(check, nullptr);
+  EXPECT_EQ(check->detail, GetParam().detail);
+  EXPECT_EQ(check->level, GetParam().detail == "Online" ? Level::ok : Level::warning);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Offsets, DiagnosticsRelayClock,
+    ::testing::Values(ClockCase{0, "Online"}, ClockCase{30, "Online"}, ClockCase{-30.9, "Online"},
+                      ClockCase{31, "This Mac's clock is off by 31 s. Remote approvals may fail."},
+                      ClockCase{-31, "This Mac's clock is off by 31 s. Remote approvals may fail."},
+                      ClockCase{-3600.5,
+                                "This Mac's clock is off by 3600 s. Remote approvals may fail."}));
 
 }  // namespace
 }  // namespace quorvane

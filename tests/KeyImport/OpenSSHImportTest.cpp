@@ -126,22 +126,28 @@ TEST(OpenSSHImport, ChaChaPolyIsRefusedByName) {
             KeyImportError::unsupportedCipher("chacha20-poly1305@openssh.com"));
 }
 
-TEST(OpenSSHImport, KeyTypesThatAreNotImported) {
-  struct Case {
-    std::string type;
-    int bits;
-    KeyImportError expected;
-  };
-  const Case cases[] = {
-      {"rsa", 1024, KeyImportError::rsaKeyTooSmall(1024)},
-      {"ecdsa", 521, KeyImportError::unsupportedKeyType("ecdsa-sha2-nistp521")},
-      {"dsa", 1024, KeyImportError::unsupportedKeyType("ssh-dss")},
-  };
-  for (const Case& c : cases) {
-    const auto file = testing::sshKeygenKey(c.type + std::to_string(c.bits), c.type, c.bits);
-    EXPECT_EQ(importError(readFile(file)), c.expected) << c.type;
-  }
+struct RefusedKeyType {
+  std::string type;
+  int bits;
+  KeyImportError expected;
+};
+
+void PrintTo(const RefusedKeyType& c, std::ostream* out) { *out << c.type << " " << c.bits; }
+
+class OpenSSHImportKeyType : public ::testing::TestWithParam<RefusedKeyType> {};
+
+TEST_P(OpenSSHImportKeyType, IsNotImported) {
+  const RefusedKeyType& c = GetParam();
+  const auto file = testing::sshKeygenKey(c.type + std::to_string(c.bits), c.type, c.bits);
+  EXPECT_EQ(importError(readFile(file)), c.expected);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    ByTheirOwnTool, OpenSSHImportKeyType,
+    ::testing::Values(RefusedKeyType{"rsa", 1024, KeyImportError::rsaKeyTooSmall(1024)},
+                      RefusedKeyType{"ecdsa", 521,
+                                     KeyImportError::unsupportedKeyType("ecdsa-sha2-nistp521")},
+                      RefusedKeyType{"dsa", 1024, KeyImportError::unsupportedKeyType("ssh-dss")}));
 
 // The most expensive derivation that is accepted; ssh-keygen takes as long to write it as the
 // importer takes to read it.

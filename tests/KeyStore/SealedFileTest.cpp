@@ -212,15 +212,21 @@ INSTANTIATE_TEST_SUITE_P(Providers, SealedFileTest,
                          [](const auto& test) { return std::string(test.param.name); });
 
 // The envelope's text and the MAC input, against the openssl program's HMAC.
-TEST(SealedFileFormat, IsSortedPrettyJSONWithTheMACOpenSSLComputes) {
-  testing::TemporaryDirectory directory;
-  const Bytes key =
-      testing::hex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
-  FixedSealingKey provider{SecureBytes(key)};
+const Bytes kFormatKey =
+    testing::hex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
+
+// Writes an empty array sealed as the 42nd generation of "keys" and returns the file's text.
+std::string writeFormatSample(const testing::TemporaryDirectory& directory) {
+  FixedSealingKey provider{SecureBytes(kFormatKey)};
   provider.setGeneration(41, "keys");
   const fs::path path = directory.path() / "keys.json";
   SealedFile::write(JSON::array(), path, "keys", provider);
-  const std::string text = testing::readFile(path);
+  return testing::readFile(path);
+}
+
+TEST(SealedFileFormat, IsSortedPrettyJSON) {
+  testing::TemporaryDirectory directory;
+  const std::string text = writeFormatSample(directory);
   EXPECT_EQ(text.substr(0, 20), "{\n  \"generation\": 42") << text;
   size_t last = 0;
   for (const char* key_ :
@@ -230,31 +236,44 @@ TEST(SealedFileFormat, IsSortedPrettyJSONWithTheMACOpenSSLComputes) {
     EXPECT_GT(at, last) << key_ << " out of order";
     last = at;
   }
+}
 
-  struct Case {
-    std::optional<uint64_t> generation;
-    std::string input;  // the MAC input as it should be, byte for byte
-  };
-  const Case cases[] = {{42, std::string("quorvane-sealed-v2keys\0"
-                                         "42\0[]",
-                                         28)},
-                        {std::nullopt, std::string("quorvane-sealed-v1keys\0[]", 25)}};
-  for (const Case& c : cases) {
-    EXPECT_EQ(textOf(SealedFile::macInput("keys", c.generation, bytesOf("[]"))), c.input);
-    const fs::path input = directory.path() / "mac-input";
-    testing::writeFile(input, c.input);
-    auto result = testing::runCommand({"openssl", "dgst", "-sha256", "-mac", "HMAC", "-macopt",
-                                       "hexkey:" + hexEncode(key), "-r", input.string()});
-    ASSERT_EQ(result.exitCode, 0);
-    const std::string expected = result.output.substr(0, 64);
-    EXPECT_EQ(hexEncode(crypto::hmacSHA256(
-                  key, SealedFile::macInput("keys", c.generation, bytesOf("[]")))),
-              expected);
-    if (c.generation) {
-      EXPECT_EQ(hexEncode(SealedFile::Envelope::decode(bytesOf(text)).mac), expected);
-    }
+struct MACInputCase {
+  std::optional<uint64_t> generation;
+  std::string input;  // the MAC input as it should be, byte for byte
+};
+
+void PrintTo(const MACInputCase& c, std::ostream* out) {
+  *out << (c.generation ? "generation " + std::to_string(*c.generation) : "no generation");
+}
+
+class SealedFileMAC : public ::testing::TestWithParam<MACInputCase> {};
+
+TEST_P(SealedFileMAC, IsTheHMACOpenSSLComputesOverTheInput) {
+  const MACInputCase& c = GetParam();
+  testing::TemporaryDirectory directory;
+  EXPECT_EQ(textOf(SealedFile::macInput("keys", c.generation, bytesOf("[]"))), c.input);
+  const fs::path input = directory.path() / "mac-input";
+  testing::writeFile(input, c.input);
+  auto result = testing::runCommand({"openssl", "dgst", "-sha256", "-mac", "HMAC", "-macopt",
+                                     "hexkey:" + hexEncode(kFormatKey), "-r", input.string()});
+  ASSERT_EQ(result.exitCode, 0);
+  const std::string expected = result.output.substr(0, 64);
+  EXPECT_EQ(hexEncode(crypto::hmacSHA256(
+                kFormatKey, SealedFile::macInput("keys", c.generation, bytesOf("[]")))),
+            expected);
+  if (c.generation) {
+    const std::string text = writeFormatSample(directory);
+    EXPECT_EQ(hexEncode(SealedFile::Envelope::decode(bytesOf(text)).mac), expected);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Versions, SealedFileMAC,
+    ::testing::Values(MACInputCase{42, std::string("quorvane-sealed-v2keys\0"
+                                                   "42\0[]",
+                                                   28)},
+                      MACInputCase{std::nullopt, std::string("quorvane-sealed-v1keys\0[]", 25)}));
 
 TEST(KeychainSealingKey, ReportsKeychainFailuresAsKeyStoreErrors) {
   testing::TemporaryDirectory directory;

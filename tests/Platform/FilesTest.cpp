@@ -130,22 +130,35 @@ TEST_F(AtomicFileTest, CreatesMissingFoldersWithTheGivenMode) {
   EXPECT_THROW(createFolders(directory_.path() / "plain" / "sub", 0700), std::system_error);
 }
 
-TEST(WholeFile, ReadsUpToTheLimitAndNoFurther) {
+struct LimitCase {
+  size_t limit;
+  WholeFile::Status status;
+};
+
+void PrintTo(const LimitCase& c, std::ostream* out) { *out << "limit " << c.limit; }
+
+class WholeFileLimit : public ::testing::TestWithParam<LimitCase> {};
+
+TEST_P(WholeFileLimit, ReadsUpToTheLimitAndNoFurther) {
   testing::TemporaryDirectory directory;
   const fs::path path = directory.path() / "f";
   testing::writeFile(path, "0123456789");
-  struct Case {
-    size_t limit;
-    WholeFile::Status status;
-  };
-  for (const Case& c : {Case{10, WholeFile::Status::ok}, Case{100, WholeFile::Status::ok},
-                        Case{9, WholeFile::Status::tooLarge}}) {
-    WholeFile file = readWholeFile(path, c.limit);
-    EXPECT_EQ(file.status, c.status) << c.limit;
-    if (c.status == WholeFile::Status::ok) {
-      EXPECT_EQ(textOf(file.contents.view()), "0123456789");
-    }
+  WholeFile file = readWholeFile(path, GetParam().limit);
+  EXPECT_EQ(file.status, GetParam().status);
+  if (GetParam().status == WholeFile::Status::ok) {
+    EXPECT_EQ(textOf(file.contents.view()), "0123456789");
   }
+}
+
+INSTANTIATE_TEST_SUITE_P(TenBytes, WholeFileLimit,
+                         ::testing::Values(LimitCase{10, WholeFile::Status::ok},
+                                           LimitCase{100, WholeFile::Status::ok},
+                                           LimitCase{9, WholeFile::Status::tooLarge}));
+
+TEST(WholeFile, NamesWhatIsNotAFile) {
+  testing::TemporaryDirectory directory;
+  const fs::path path = directory.path() / "f";
+  testing::writeFile(path, "0123456789");
   EXPECT_EQ(readWholeFile(directory.path() / "absent", 10).status, WholeFile::Status::notFound);
   EXPECT_EQ(readWholeFile(path / "below-a-file", 10).status, WholeFile::Status::notFound);
   EXPECT_EQ(readWholeFile(directory.path(), 10).status, WholeFile::Status::failed);

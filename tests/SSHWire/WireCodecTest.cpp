@@ -67,32 +67,34 @@ TEST(WireReader, StringLengthIsCheckedBeforeThePresenceOfItsBytes) {
             WireError::truncated());
 }
 
-TEST(WireReader, TextMustBeUTF8) {
-  struct Case {
-    std::string stringHex;
-    bool valid;
-  };
-  const Case cases[] = {
-      {"00000002 c3a9", true},       // é
-      {"00000004 f09f9491", true},   // a four-byte sequence
-      {"00000001 00", true},         // NUL is valid UTF-8
-      {"00000001 ff", false},        // never valid
-      {"00000002 c080", false},      // overlong NUL
-      {"00000003 eda080", false},    // a surrogate
-      {"00000004 f4908080", false},  // above U+10FFFF
-      {"00000002 e282", false},      // truncated sequence
-  };
-  for (const Case& c : cases) {
-    Bytes input = hex(c.stringHex);
-    if (c.valid) {
-      EXPECT_NO_THROW(WireReader(input).readUTF8String()) << c.stringHex;
-    } else {
-      EXPECT_EQ(testing::wireErrorOf([&] { WireReader(input).readUTF8String(); }),
-                WireError::invalid("utf8"))
-          << c.stringHex;
-    }
+struct UTF8Case {
+  std::string stringHex;
+  bool valid;
+};
+
+void PrintTo(const UTF8Case& c, std::ostream* out) { *out << c.stringHex; }
+
+class WireReaderText : public ::testing::TestWithParam<UTF8Case> {};
+
+TEST_P(WireReaderText, MustBeUTF8) {
+  Bytes input = hex(GetParam().stringHex);
+  if (GetParam().valid) {
+    EXPECT_NO_THROW(WireReader(input).readUTF8String());
+  } else {
+    EXPECT_EQ(testing::wireErrorOf([&] { WireReader(input).readUTF8String(); }),
+              WireError::invalid("utf8"));
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Sequences, WireReaderText,
+                         ::testing::Values(UTF8Case{"00000002 c3a9", true},      // é
+                                           UTF8Case{"00000004 f09f9491", true},  // four bytes
+                                           UTF8Case{"00000001 00", true},     // NUL is valid UTF-8
+                                           UTF8Case{"00000001 ff", false},    // never valid
+                                           UTF8Case{"00000002 c080", false},  // overlong NUL
+                                           UTF8Case{"00000003 eda080", false},    // a surrogate
+                                           UTF8Case{"00000004 f4908080", false},  // > U+10FFFF
+                                           UTF8Case{"00000002 e282", false}));    // truncated
 
 TEST(WireReader, RestAtTheEndIsEmpty) {
   Bytes input = hex("00000000");
