@@ -18,6 +18,10 @@ struct SQLiteCloser {
 };
 using SQLiteConnection = std::unique_ptr<sqlite3, SQLiteCloser>;
 
+struct SQLiteFinalizer {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+
 // Throws ActivityStoreError::sqlite(code, sqlite3_errmsg(db)).
 [[noreturn]] void throwSQLiteError(sqlite3* db, int code);
 
@@ -29,9 +33,6 @@ void executeSQL(sqlite3* db, const char* sql);
 class SQLiteStatement {
  public:
   SQLiteStatement(sqlite3* db, std::string_view sql);
-  ~SQLiteStatement() { sqlite3_finalize(statement_); }
-  SQLiteStatement(const SQLiteStatement&) = delete;
-  SQLiteStatement& operator=(const SQLiteStatement&) = delete;
 
   // Parameters are numbered from 1.
   void bind(int index, double value);
@@ -48,9 +49,11 @@ class SQLiteStatement {
   void reset();
 
   // Columns of the current row, numbered from 0. Views stay valid until the next step or reset.
-  bool isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
-  int64_t int64At(int column) const { return sqlite3_column_int64(statement_, column); }
-  double doubleAt(int column) const { return sqlite3_column_double(statement_, column); }
+  bool isNull(int column) const {
+    return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
+  }
+  int64_t int64At(int column) const { return sqlite3_column_int64(statement_.get(), column); }
+  double doubleAt(int column) const { return sqlite3_column_double(statement_.get(), column); }
   std::string_view textAt(int column) const;
   ByteView blobAt(int column) const;
 
@@ -69,8 +72,8 @@ class SQLiteStatement {
  private:
   void check(int code) const;
 
-  sqlite3* db_;
-  sqlite3_stmt* statement_ = nullptr;
+  sqlite3* db_;  // borrowed: the connection outlives its statements
+  std::unique_ptr<sqlite3_stmt, SQLiteFinalizer> statement_;
 };
 
 }  // namespace quorvane

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <istream>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "Base/Bytes.h"
@@ -33,6 +34,11 @@ class SecureBytes {
   ByteView view() const { return ByteView(storage_); }
   void push_back(uint8_t byte) { storage_.push_back(byte); }
   void pop_back() { storage_.pop_back(); }
+  void append(std::string_view text) { storage_.insert(storage_.end(), text.begin(), text.end()); }
+  // The bytes as text, for parsers of secret text (base64 of a private key).
+  std::string_view text() const {
+    return {reinterpret_cast<const char*>(storage_.data()), storage_.size()};
+  }
 
   friend bool operator==(const SecureBytes& a, const SecureBytes& b);
 

@@ -24,33 +24,27 @@ const char* digestName(HashAlgorithm algorithm) {
 DigestContext::DigestContext(HashAlgorithm algorithm)
     // An explicitly fetched digest spares OpenSSL the provider lookup on every message.
     : md_(EVP_MD_fetch(nullptr, digestName(algorithm), nullptr)), context_(EVP_MD_CTX_new()) {
-  if (md_ == nullptr || context_ == nullptr) {
-    EVP_MD_free(md_);
-    EVP_MD_CTX_free(context_);
-    throw CryptoError::libraryFailure("EVP_MD_fetch");
-  }
-  size_ = static_cast<size_t>(EVP_MD_get_size(md_));
+  if (md_ == nullptr || context_ == nullptr) throw CryptoError::libraryFailure("EVP_MD_fetch");
+  size_ = static_cast<size_t>(EVP_MD_get_size(md_.get()));
   restart();
 }
 
-DigestContext::~DigestContext() {
-  EVP_MD_CTX_free(context_);
-  EVP_MD_free(md_);
-}
+void DigestContext::Free::operator()(EVP_MD* md) const { EVP_MD_free(md); }
+void DigestContext::Free::operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
 
 void DigestContext::restart() {
-  if (EVP_DigestInit_ex(context_, md_, nullptr) != 1)
+  if (EVP_DigestInit_ex(context_.get(), md_.get(), nullptr) != 1)
     throw CryptoError::libraryFailure("EVP_DigestInit_ex");
 }
 
 void DigestContext::update(ByteView data) {
-  if (EVP_DigestUpdate(context_, data.data(), data.size()) != 1)
+  if (EVP_DigestUpdate(context_.get(), data.data(), data.size()) != 1)
     throw CryptoError::libraryFailure("EVP_DigestUpdate");
 }
 
 void DigestContext::finish(std::span<uint8_t> out) {
   QUORVANE_CHECK(out.size() == size_, "the output must have the digest's length");
-  if (EVP_DigestFinal_ex(context_, out.data(), nullptr) != 1)
+  if (EVP_DigestFinal_ex(context_.get(), out.data(), nullptr) != 1)
     throw CryptoError::libraryFailure("EVP_DigestFinal_ex");
   restart();
 }

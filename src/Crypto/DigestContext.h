@@ -19,9 +19,6 @@ namespace quorvane::crypto {
 class DigestContext {
  public:
   explicit DigestContext(HashAlgorithm algorithm);
-  ~DigestContext();
-  DigestContext(const DigestContext&) = delete;
-  DigestContext& operator=(const DigestContext&) = delete;
 
   // The digest length in bytes.
   size_t size() const { return size_; }
@@ -34,8 +31,14 @@ class DigestContext {
  private:
   void restart();
 
-  EVP_MD* md_;
-  EVP_MD_CTX* context_;
+  // Frees OpenSSL's objects; defined where OpenSSL's headers are.
+  struct Free {
+    void operator()(EVP_MD* md) const;
+    void operator()(EVP_MD_CTX* context) const;
+  };
+
+  std::unique_ptr<EVP_MD, Free> md_;
+  std::unique_ptr<EVP_MD_CTX, Free> context_;
   size_t size_;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <span>
 
 #include "Base/Bytes.h"
@@ -18,9 +19,6 @@ namespace quorvane::crypto {
 class HMACContext {
  public:
   HMACContext(HashAlgorithm algorithm, ByteView key);
-  ~HMACContext();
-  HMACContext(const HMACContext&) = delete;
-  HMACContext& operator=(const HMACContext&) = delete;
 
   // The MAC length in bytes.
   size_t size() const { return size_; }
@@ -31,9 +29,15 @@ class HMACContext {
   void finish(std::span<uint8_t> out);
 
  private:
-  EVP_MD_CTX* inner_;    // the hash state after key XOR ipad
-  EVP_MD_CTX* outer_;    // the hash state after key XOR opad
-  EVP_MD_CTX* message_;  // the message being fed
+  // Frees a hash state; defined where OpenSSL's headers are.
+  struct Free {
+    void operator()(EVP_MD_CTX* context) const;
+  };
+  using State = std::unique_ptr<EVP_MD_CTX, Free>;
+
+  State inner_;    // the hash state after key XOR ipad
+  State outer_;    // the hash state after key XOR opad
+  State message_;  // the message being fed
   size_t size_ = 0;
 };
 

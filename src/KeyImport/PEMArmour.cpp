@@ -31,8 +31,6 @@ class LineCursor {
     return line;
   }
 
-  size_t remaining() const { return done_ ? 0 : text_.size() - position_; }
-
  private:
   std::string_view text_;
   size_t position_ = 0;
@@ -51,23 +49,18 @@ std::optional<std::string_view> beginLabel(std::string_view line) {
 PEMBlock readBlock(LineCursor& lines, std::string_view label) {
   const std::string endLine = "-----END " + std::string(label) + "-----";
   PEMBlock block{std::string(label), {}, {}};
-  // Reserved once, so that growing it leaves no copies of the (possibly secret) text behind.
-  std::string base64;
-  base64.reserve(lines.remaining());
+  // Wiping storage: the text is the base64 of a private key.
+  SecureBytes base64;
   bool inHeaders = true;
   while (auto raw = lines.next()) {
     const std::string_view line = trimSpacesAndTabs(*raw);
     if (line == endLine) {
-      auto body = base64Decode(base64);
-      secureWipe(base64.data(), base64.size());
+      auto body = base64Decode(base64.text());
       if (!body || body->empty()) throw KeyImportError::malformed();
       block.body = SecureBytes::adopt(*body);
       return block;
     }
-    if (line.starts_with(kArmourDashes)) {
-      secureWipe(base64.data(), base64.size());
-      throw KeyImportError::malformed();
-    }
+    if (line.starts_with(kArmourDashes)) throw KeyImportError::malformed();
     if (inHeaders) {
       if (line.empty()) {
         inHeaders = false;
@@ -83,7 +76,6 @@ PEMBlock readBlock(LineCursor& lines, std::string_view label) {
     }
     base64.append(line);
   }
-  secureWipe(base64.data(), base64.size());
   throw KeyImportError::malformed();
 }
 

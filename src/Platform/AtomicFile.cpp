@@ -12,6 +12,7 @@
 
 #include "Base/Hex.h"
 #include "Base/Random.h"
+#include "Platform/FileDescriptor.h"
 
 namespace quorvane {
 
@@ -57,20 +58,6 @@ int runStep(AtomicWriteStep step, const std::filesystem::path& path, Call call) 
   }
   return call();
 }
-
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  ~FileDescriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 void writeAll(int fd, ByteView contents, const std::filesystem::path& path,
               const std::string& what) {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Base/Check.h"
+#include "Platform/FileDescriptor.h"
 
 namespace quorvane {
 
@@ -26,14 +27,11 @@ WholeFile failure(WholeFile::Status status, int error = 0) {
 
 WholeFile readWholeFile(const std::filesystem::path& path, size_t limit) {
   QUORVANE_CHECK(limit < SIZE_MAX, "the limit leaves room for one byte more");
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
-  if (fd < 0)
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  if (!file)
     return errno == ENOENT || errno == ENOTDIR ? failure(WholeFile::Status::notFound)
                                                : failure(WholeFile::Status::failed, errno);
-  struct Closer {
-    int fd;
-    ~Closer() { ::close(fd); }
-  } closer{fd};
+  const int fd = file.get();
 
   struct stat info {};
   if (::fstat(fd, &info) != 0) return failure(WholeFile::Status::failed, errno);

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Base/SecureBytes.h"
+#include "Platform/FileDescriptor.h"
 #include "ProcessContext/CodeSigning.h"
 #include "ProcessContext/ProcessContextError.h"
 #include "ProcessContext/ProcessRecord.h"
@@ -25,20 +26,6 @@ namespace {
 
 constexpr std::string_view kUnknownPath = "?";
 constexpr std::string_view kDeletedSuffix = " (deleted)";
-
-class OwnedDescriptor {
- public:
-  explicit OwnedDescriptor(int descriptor) : descriptor_(descriptor) {}
-  ~OwnedDescriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  OwnedDescriptor(const OwnedDescriptor&) = delete;
-  OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 // The peer's pidfd, or -1 when the kernel cannot give one.
 int peerPidfd(int socket) {
@@ -180,7 +167,7 @@ PeerOrigin capture(int socket, uid_t expectedUID, uint64_t* peerStartTime,
     throw ProcessContextError::peerGone();
   if (credentials.uid != expectedUID) throw ProcessContextError::foreignUser(credentials.uid);
 
-  OwnedDescriptor pidfd(peerPidfd(socket));
+  FileDescriptor pidfd(peerPidfd(socket));
   std::optional<ProcessDirectory> directory = ProcessDirectory::open(credentials.pid);
   if (!directory) throw ProcessContextError::peerGone();
   // The peer is still alive after its directory was opened, so the directory is the peer's and not
