@@ -125,6 +125,13 @@ struct RunningAgent {
   }
 };
 
+// Removes a listener's socket file when the program leaves, also when a later step of the start
+// fails: a failed start leaves behind nothing it made.
+struct SocketFileRemoval {
+  const UnixListener& listener;
+  ~SocketFileRemoval() { listener.removeFile(); }
+};
+
 }  // namespace
 
 int runAgentProgram(const AgentProgramOptions& options) {
@@ -141,7 +148,9 @@ int runAgentProgram(const AgentProgramOptions& options) {
         options.controlSocket.empty() ? controlSocketPath() : options.controlSocket;
     RunningAgent running(options.pamConfigDirectory);
     UnixListener agentListener = UnixListener::open(agentPath);
+    const SocketFileRemoval agentFile{agentListener};
     UnixListener controlListener = UnixListener::open(controlPath);
+    const SocketFileRemoval controlFile{controlListener};
 
     ControlService control(
         *running.agent, *running.approver, *running.presence,
@@ -175,8 +184,6 @@ int runAgentProgram(const AgentProgramOptions& options) {
     stop.request_stop();
     agentThread.join();
     controlThread.join();
-    agentListener.removeFile();
-    controlListener.removeFile();
     return 0;
   } catch (const std::exception& error) {
     say(error.what());

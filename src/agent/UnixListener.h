@@ -11,9 +11,11 @@ namespace quorvane {
 // The longest socket path the platform accepts (sun_path less its terminating zero).
 inline constexpr size_t kMaxSocketPathLength = 107;
 
-// A listening Unix stream socket at a path. Opening makes the folder (0700) if needed, refuses a
-// folder that others can write to, replaces a stale socket file that nobody answers on, refuses
-// to start when another process answers there, and leaves the socket file 0600.
+// A listening Unix stream socket at a path. Opening makes the missing folders (0700) and never
+// changes the mode of a folder it did not make; refuses a folder that others can write to unless
+// it is sticky; replaces a stale socket file that nobody answers on; refuses to start when another
+// process answers there; and leaves the socket file 0600. When opening fails, it removes what it
+// made (folders, socket file) and nothing else.
 class UnixListener {
  public:
   // Throws DaemonError.

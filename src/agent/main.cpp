@@ -7,6 +7,7 @@ int main(int argc, char** argv) {
       "quorvane-agent: the Quorvane SSH agent. Serves your keys to ssh, git and every program\n"
       "that reads SSH_AUTH_SOCK, asks you (or your rules) before each signature, and logs every\n"
       "request. Runs in the foreground; stop it with Ctrl-C or SIGTERM, reload with SIGHUP."};
+  app.set_version_flag("--version", "quorvane-agent " QUORVANE_VERSION);
   quorvane::AgentProgramOptions options;
   app.add_option("--socket", options.agentSocket,
                  "agent socket (default ~/.ssh/quorvane/agent.sock)");

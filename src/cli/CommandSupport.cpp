@@ -43,6 +43,17 @@ KeyRecord findKey(const std::vector<KeyRecord>& records, const std::string& name
   return *found.front();
 }
 
+void requireFreeName(const std::vector<KeyRecord>& records, const std::string& name,
+                     const std::string& wayOut, const UUID* self) {
+  for (const KeyRecord& record : records)
+    if (record.name == name && (self == nullptr || record.id != *self))
+      throw CommandFailure("a key named “" + name + "” already exists; " + wayOut);
+}
+
+std::string counted(int64_t count, const std::string& one, const std::string& many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 void addJSONFlag(CLI::App* command, bool& json) {
   command->add_flag("--json", json, "print JSON for scripts instead of text");
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -33,6 +34,14 @@ JSON askAgent(const JSON& message);
 JSON askAgentWithPresence(const JSON& message);
 
 KeyRecord findKey(const std::vector<KeyRecord>& records, const std::string& name);
+
+// Refuses, as a CommandFailure that says `wayOut`, a name that another key than `self` has:
+// names are how every command finds a key, so two keys never share one.
+void requireFreeName(const std::vector<KeyRecord>& records, const std::string& name,
+                     const std::string& wayOut, const UUID* self = nullptr);
+
+// "1 entry", "2 entries".
+std::string counted(int64_t count, const std::string& one, const std::string& many);
 
 // Shorthand for a subcommand's `--json` flag.
 void addJSONFlag(CLI::App* command, bool& json);

@@ -103,9 +103,11 @@ void importKey() {
   std::string name = options.name;
   if (name.empty()) name = parsed->comment;
   if (name.empty()) name = std::filesystem::path(options.file).filename().string();
+  auto store = SupportState::open().openKeyStore();
+  requireFreeName(store->records(), name, "give this key another with --name NAME");
   KeyRecord record;
   try {
-    record = SupportState::open().openKeyStore()->add(parsed->key, name, SystemClock().now());
+    record = store->add(parsed->key, name, SystemClock().now());
   } catch (const KeyStoreError& error) {
     if (error.kind() == KeyStoreError::Kind::duplicateKey)
       throw CommandFailure("this key is already in Quorvane");

@@ -73,8 +73,12 @@ void addGenerateCommand(CLI::App& keys) {
   generate->callback([] {
     const KeyType type = kKeyTypes.at(generateType);
     if (type.rsaBits != 0) std::cerr << "Making an RSA key takes a few seconds…\n";
-    KeyRecord record = SupportState::open().openKeyStore()->generate(
-        type.algorithm, generateName, SystemClock().now(), type.rsaBits == 0 ? 3072 : type.rsaBits);
+    auto store = SupportState::open().openKeyStore();
+    requireFreeName(store->records(), generateName,
+                    "choose another name, or rename the existing key with: quorvane keys rename " +
+                        generateName + " NEW-NAME");
+    KeyRecord record = store->generate(type.algorithm, generateName, SystemClock().now(),
+                                       type.rsaBits == 0 ? 3072 : type.rsaBits);
     notifyAgentOfChange();
     if (generateJSON) return printJSON(describe(record));
     std::cout << "Made the key “" << record.name << "” (" << fingerprint(record.publicKeyBlob)
@@ -112,7 +116,9 @@ void addKeyCommands(CLI::App& app) {
   rename->add_option("NEW", renameTo, "the new name")->required();
   rename->callback([] {
     auto store = SupportState::open().openKeyStore();
-    KeyRecord record = store->rename(findKey(store->records(), renameFrom).id, renameTo);
+    const KeyRecord key = findKey(store->records(), renameFrom);
+    requireFreeName(store->records(), renameTo, "choose another name", &key.id);
+    KeyRecord record = store->rename(key.id, renameTo);
     notifyAgentOfChange();
     std::cout << "Renamed to “" << record.name << "”.\n";
   });

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 
@@ -67,10 +68,15 @@ void exportLog() {
   } else {
     std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
     if (!file) throw CommandFailure("cannot write " + options.output);
+    // The log says which programs used which keys where: readable by the user alone, set before
+    // anything is written.
+    std::filesystem::permissions(
+        options.output, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
     count = log->exportEntries(file, format);
     file.flush();
     if (!file) throw CommandFailure("writing " + options.output + " failed");
-    std::cerr << "Exported " << count.entries << " entries to " << options.output << ".\n";
+    std::cerr << "Exported " << counted(count.entries, "entry", "entries") << " to "
+              << options.output << ".\n";
   }
   if (count.skipped > 0) std::cerr << count.skipped << " damaged rows were left out.\n";
 }
@@ -81,7 +87,7 @@ void purge() {
       !confirm("Delete every log entry before " + before.iso8601() + "? This cannot be undone."))
     throw CommandFailure("nothing deleted");
   int64_t deleted = SupportState::open().openActivityLog()->purge(before, SystemClock().now());
-  std::cout << "Deleted " << deleted << " entries.\n";
+  std::cout << "Deleted " << counted(deleted, "entry", "entries") << ".\n";
 }
 
 }  // namespace

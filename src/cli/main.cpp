@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
       "quorvane: your SSH keys, the rules that decide what they sign, and the log of every\n"
       "request. The agent itself is quorvane-agent; commands that change keys or rules tell a\n"
       "running agent to reload."};
+  app.set_version_flag("--version", "quorvane " QUORVANE_VERSION);
   app.require_subcommand(1);
   quorvane::cli::addKeyCommands(app);
   quorvane::cli::addApprovalCommands(app);

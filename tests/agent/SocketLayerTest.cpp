@@ -57,6 +57,59 @@ TEST_F(SocketLayer, ListenerMakesAPrivateSocketAndReplacesOnlyStaleOnes) {
   EXPECT_THROW(UnixListener::open(tooLong), DaemonError);
 }
 
+struct FolderCase {
+  std::string name;
+  mode_t mode;
+  bool accepted;
+};
+
+class ExistingSocketFolder : public SocketLayer,
+                             public ::testing::WithParamInterface<FolderCase> {};
+
+// A folder the agent did not make keeps its mode; one that other users may write to is refused
+// unless it is sticky, and then nothing is left in it.
+TEST_P(ExistingSocketFolder, KeepsItsModeAndIsRefusedWhenOthersCouldSwapTheSocket) {
+  const std::filesystem::path folder = home.path() / "existing";
+  std::filesystem::create_directory(folder);
+  ASSERT_EQ(::chmod(folder.c_str(), GetParam().mode), 0);
+  const std::filesystem::path path = folder / "agent.sock";
+  if (GetParam().accepted) {
+    UnixListener listener = UnixListener::open(path);
+    EXPECT_TRUE(connectUnix(path));
+  } else {
+    try {
+      UnixListener::open(path);
+      ADD_FAILURE() << "listened in a folder others can write to";
+    } catch (const DaemonError& error) {
+      EXPECT_EQ(error.kind(), DaemonError::Kind::socketPath);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
+  }
+  struct stat info {};
+  ASSERT_EQ(::stat(folder.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, GetParam().mode);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, ExistingSocketFolder,
+                         ::testing::Values(FolderCase{"Private", 0700, true},
+                                           FolderCase{"Readable", 0755, true},
+                                           FolderCase{"SharedAndSticky", 01777, true},
+                                           FolderCase{"SharedWithEveryone", 0777, false},
+                                           FolderCase{"GroupWritable", 0770, false}),
+                         [](const ::testing::TestParamInfo<FolderCase>& tested) {
+                           return tested.param.name;
+                         });
+
+TEST_F(SocketLayer, EveryMissingFolderIsMadePrivate) {
+  const std::filesystem::path made = home.path() / "made";
+  UnixListener listener = UnixListener::open(made / "inner" / "agent.sock");
+  for (const auto& folder : {made, made / "inner"}) {
+    struct stat info {};
+    ASSERT_EQ(::stat(folder.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700u) << folder;
+  }
+}
+
 struct FrameCase {
   std::string name;
   Bytes sent;

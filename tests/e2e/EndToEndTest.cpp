@@ -209,6 +209,58 @@ TEST_F(EndToEnd, LockPendingLimitAndDenialsWorkAcrossProcesses) {
   EXPECT_EQ(quorvane.quorvaneJSON({"pending"}).size(), 0u) << "a blocked request never asks";
 }
 
+// Every command finds a key by its name, so generate, import and rename refuse a taken one.
+TEST_F(EndToEnd, AKeyNameIsNeverTakenTwice) {
+  quorvane.quorvane({"keys", "generate", "laptop"});
+  EXPECT_EQ(quorvane.quorvane({"keys", "generate", "laptop"}, true).exitCode, 1);
+  quorvane.quorvane({"keys", "generate", "spare"});
+  EXPECT_EQ(quorvane.quorvane({"keys", "rename", "spare", "laptop"}, true).exitCode, 1);
+  quorvane.quorvane({"keys", "rename", "laptop", "laptop"});  // its own name is not taken
+
+  const auto file = quorvane.home() / "id_ed25519";
+  ASSERT_EQ(runCommand({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", "laptop", "-f",
+                        file.string()})
+                .exitCode,
+            0);
+  EXPECT_EQ(quorvane.quorvane({"keys", "import", file.string()}, true).exitCode, 1);
+  quorvane.quorvane({"keys", "import", file.string(), "--name", "desktop"});
+
+  std::vector<std::string> names;
+  for (const JSON& key : quorvane.quorvaneJSON({"keys", "list"})) names.push_back(key["name"]);
+  EXPECT_EQ(names, (std::vector<std::string>{"laptop", "spare", "desktop"}));
+  EXPECT_FALSE(publicKey("laptop").empty()) << "the name still finds exactly one key";
+}
+
+TEST_F(EndToEnd, AnExportedLogIsReadableByTheUserAlone) {
+  const auto file = quorvane.home() / "activity.csv";
+  writeFile(file, "an older export, readable by everyone\n");
+  std::filesystem::permissions(file, std::filesystem::perms(0644));
+  quorvane.quorvane({"log", "export", "--output", file.string()});
+  EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600));
+}
+
+// A second agent whose control socket would sit in a folder that everyone may write to: it
+// refuses to start, changes no folder's mode, and leaves no socket file behind.
+TEST_F(EndToEnd, AFailedStartLeavesNothingBehindAndChangesNoFolder) {
+  const auto shared = quorvane.home() / "shared";
+  std::filesystem::create_directory(shared);
+  std::filesystem::permissions(shared, std::filesystem::perms(0777));
+  const auto agentSocket = quorvane.home() / "second" / "agent.sock";
+  const CommandResult result = runCommand(
+      {QUORVANE_AGENT_BINARY, "--pam-config-dir", (quorvane.home() / "pam").string(), "--socket",
+       agentSocket.string(), "--control-socket", (shared / "control.sock").string()});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_FALSE(std::filesystem::exists(agentSocket));
+  EXPECT_TRUE(std::filesystem::is_empty(shared));
+  EXPECT_EQ(std::filesystem::status(shared).permissions(), std::filesystem::perms(0777));
+}
+
+TEST_F(EndToEnd, BothProgramsTellTheirVersion) {
+  EXPECT_EQ(quorvane.quorvane({"--version"}).output, "quorvane " QUORVANE_VERSION "\n");
+  EXPECT_EQ(runCommand({QUORVANE_AGENT_BINARY, "--version"}).output,
+            "quorvane-agent " QUORVANE_VERSION "\n");
+}
+
 TEST_F(EndToEnd, ImportedKeysSignLikeTheFileTheyCameFrom) {
   const auto key = quorvane.home() / "id_rsa";
   ASSERT_EQ(runCommand({"ssh-keygen", "-q", "-t", "rsa", "-b", "2048", "-N", "secret words", "-C",
