@@ -3,7 +3,7 @@
 # AddressSanitizer and UndefinedBehaviorSanitizer, then fuzzes every parser for a bounded time.
 # Exits non-zero on the first failure. Safe to run again: builds are incremental.
 #
-#   QUORVANE_FUZZ_SECONDS   seconds per fuzz target (default 10; 0 skips fuzzing; longer
+#   QUORVANE_FUZZ_SECONDS   seconds per fuzz target (default 5; 0 skips fuzzing; longer
 #                           campaigns: scripts/fuzz.sh BUILD_DIR SECONDS)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -65,12 +65,12 @@ step "Running the concurrency tests under ThreadSanitizer"
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   setarch "$(uname -m)" -R ctest --test-dir build-tsan --output-on-failure -j "$jobs"
 
-fuzz_seconds=${QUORVANE_FUZZ_SECONDS:-10}
+fuzz_seconds=${QUORVANE_FUZZ_SECONDS:-5}
 if [[ "$fuzz_seconds" != 0 ]]; then
   step "Building the fuzz targets (clang, libFuzzer)"
   cmake -S . -B build-fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1 -DNDEBUG" -DQUORVANE_FUZZ=ON "${launcher[@]}" >/dev/null
-  cmake --build build-fuzz
+  cmake --build build-fuzz --target fuzzers
 
   step "Fuzzing each target for ${fuzz_seconds} s"
   ./scripts/fuzz.sh build-fuzz "$fuzz_seconds"
