@@ -63,6 +63,16 @@ void Agent::revokeWindows() {
   ++epoch_;
 }
 
+std::vector<DenialBlock> Agent::activeBlocks() const {
+  MutexLock lock(mutex_);
+  return policy_.limiter.activeBlocks(services_.clock->now());
+}
+
+size_t Agent::unblock(const std::function<bool(const DenialBlock&)>& lifted) {
+  MutexLock lock(mutex_);
+  return policy_.limiter.lift(lifted, services_.clock->now());
+}
+
 void Agent::setRemoteApprovalAvailable(bool available) {
   MutexLock lock(mutex_);
   remoteApprovalAvailable_ = available;

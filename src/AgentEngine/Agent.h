@@ -66,6 +66,11 @@ class Agent {
   void replaceRules(std::vector<Rule> rules);
   // Ends every approval window at once.
   void revokeWindows();
+  // The blocks of the denial limiter in force now, the soonest to end first.
+  std::vector<DenialBlock> activeBlocks() const;
+  // Lifts the blocks in force that `lifted` selects (a user decision: the caller verifies the
+  // user's presence first). Returns how many it lifted.
+  size_t unblock(const std::function<bool(const DenialBlock&)>& lifted);
   void setRemoteApprovalAvailable(bool available);
   uint64_t epoch() const;
 

@@ -9,13 +9,18 @@
 namespace quorvane {
 namespace {
 
-// Programs that only start other programs: never the app the user recognises.
+// Programs that only start other programs (shells, terminal multiplexers, and wrappers that run
+// their arguments): never the app the user recognises.
 constexpr std::string_view kLaunchers[] = {
-    "sh",   "bash", "dash", "zsh",   "fish", "ksh",     "tcsh", "csh",  "tmux",   "screen",
-    "sudo", "su",   "doas", "login", "env",  "systemd", "init", "sshd", "setsid", "nohup"};
+    "sh",      "bash",    "dash",   "zsh",    "fish",   "ksh",  "tcsh",   "csh",
+    "tmux",    "screen",  "SCREEN", "sudo",   "su",     "doas", "login",  "env",
+    "systemd", "init",    "sshd",   "setsid", "nohup",  "time", "nice",   "ionice",
+    "timeout", "runuser", "flock",  "xargs",  "stdbuf", "chrt", "taskset"};
 
 bool isLauncher(const ProcessInfoEntry& entry) {
-  return std::ranges::find(kLaunchers, std::string_view(entry.name)) != std::end(kLaunchers);
+  // A server names itself by its title, "tmux: server": the program is the word before the colon.
+  const std::string_view name = std::string_view(entry.name).substr(0, entry.name.find(':'));
+  return std::ranges::find(kLaunchers, name) != std::end(kLaunchers);
 }
 
 // The index in the chain of the process taken as the app.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,10 +32,19 @@ class PresenceGate {
   bool required() const { return required_; }
   void setRequired(bool required) { required_ = required; }
 
+  // How many times a refused proof (a mistyped password) is tried, as sudo does, before it counts.
+  static constexpr int kTries = 3;
+  // What the person is told before another try.
+  static constexpr const char* kTryAgain = "Sorry, try again.";
+
   // Confirms the user's presence for `reason`, talking through `conversation`. With `always` a
-  // verification runs even when the setting is off (to change the setting itself).
+  // verification runs even when the setting is off (to change the setting itself). A refused
+  // proof is tried again, up to kTries in all, while `stillWanted` (when given) holds.
   Outcome confirm(const std::string& reason, PresenceConversation& conversation,
-                  bool always = false);
+                  bool always = false, const std::function<bool()>& stillWanted = {});
+
+  // Whether verifications run but can never succeed for this account.
+  bool accountCanNeverPass() const { return verifier_->accountCanNeverPass(); }
 
   // Why verifications cannot run, when they are required and cannot; nothing otherwise.
   std::optional<std::string> problem() const;

@@ -31,6 +31,10 @@ class ControlClient {
   JSON exchange(const JSON& message, const PromptHandler& prompts);
   // The next line of a watch stream; nothing when the agent hung up.
   std::optional<JSON> next();
+  // For waiting on the stream with poll: the socket, and whether a whole line is already read
+  // (then poll would not tell).
+  int fd() const { return socket_.get(); }
+  bool hasBufferedLine() const { return buffer_.find('\n') != std::string::npos; }
 
  private:
   explicit ControlClient(FileDescriptor socket) : socket_(std::move(socket)) {}

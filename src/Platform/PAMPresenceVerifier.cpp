@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Base/EnumNames.h"
+#include "Platform/AccountPassword.h"
 
 namespace quorvane {
 namespace {
@@ -17,8 +18,17 @@ namespace {
 // What the C conversation function needs: where to relay, and whether an answer was missing.
 struct Relay {
   PresenceConversation* conversation = nullptr;
+  std::string user;
   bool unanswered = false;
 };
+
+// PAM's plain "Password: " does not say whose password it wants; the prompt may appear far from
+// the program that asks, so it names the account.
+std::string promptText(const char* text, const std::string& user) {
+  const std::string given = text != nullptr ? text : "";
+  if (given == "Password: " && !user.empty()) return "Password for " + user + ": ";
+  return given;
+}
 
 void dropResponses(pam_response* responses, int count) {
   if (responses == nullptr) return;
@@ -58,7 +68,7 @@ extern "C" int relayConversation(int count, const pam_message** messages, pam_re
         dropResponses(answers, count);
         return PAM_CONV_ERR;
       }
-      PresencePrompt prompt{*style, messages[i]->msg != nullptr ? messages[i]->msg : ""};
+      PresencePrompt prompt{*style, promptText(messages[i]->msg, relay->user)};
       std::optional<SecureBytes> answer = relay->conversation->exchange(prompt);
       if (!prompt.asks()) continue;
       const bool hasNUL =
@@ -132,7 +142,7 @@ PresenceResult PAMPresenceVerifier::verify(PresenceConversation& conversation) {
   std::lock_guard lock(mutex_);
   if (auto why = unavailableReason()) return {PresenceResult::Status::unavailable, *why};
 
-  Relay relay{&conversation};
+  Relay relay{&conversation, user_};
   const pam_conv conv{relayConversation, &relay};
   pam_handle_t* handle = nullptr;
   const std::string service(kService);
@@ -165,6 +175,10 @@ std::optional<std::string> PAMPresenceVerifier::currentUserName() {
       found == nullptr || found->pw_name == nullptr)
     return std::nullopt;
   return std::string(found->pw_name);
+}
+
+bool PAMPresenceVerifier::accountCanNeverPass() const {
+  return configDirectory_.empty() && accountPassword(user_) == AccountPassword::unusable;
 }
 
 }  // namespace quorvane

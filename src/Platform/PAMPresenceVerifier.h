@@ -27,6 +27,8 @@ class PAMPresenceVerifier final : public PresenceVerifier {
 
   PresenceResult verify(PresenceConversation& conversation) override;
   std::optional<std::string> unavailableReason() const override;
+  // With the system's configuration (no private folder), whose common-auth checks passwords.
+  bool accountCanNeverPass() const override;
 
   // The name of the account this process runs as; nothing when it has none.
   static std::optional<std::string> currentUserName();

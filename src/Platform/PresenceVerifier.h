@@ -60,6 +60,9 @@ class PresenceVerifier {
   virtual PresenceResult verify(PresenceConversation& conversation) = 0;
   // Why no verification can run at all, or nothing when one can.
   virtual std::optional<std::string> unavailableReason() const = 0;
+  // Whether a verification runs but can never succeed for this account (one without a usable
+  // password, checked by the system's password stack).
+  virtual bool accountCanNeverPass() const { return false; }
 };
 
 // A verifier with a fixed answer that asks nothing; counts its calls. For tests of the layers

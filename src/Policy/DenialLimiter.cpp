@@ -6,6 +6,8 @@ namespace quorvane {
 
 namespace {
 
+constexpr std::string_view kKeyWidePrefix = "key|";
+
 bool stillCounts(Date denial, Date now) { return now.secondsSince(denial) < kDenialWindowSeconds; }
 
 // Adds one denial under `key`; at `limit` denials within the window the key is blocked and its
@@ -27,7 +29,7 @@ std::string originLimiterKey(const PolicyRequest& request) {
 }
 
 std::string keyWideLimiterKey(const PolicyRequest& request) {
-  return "key|" + request.keyFingerprint;
+  return std::string(kKeyWidePrefix) + request.keyFingerprint;
 }
 
 void DenialLimiter::recordDenial(const PolicyRequest& request, bool block, Date now) {
@@ -47,6 +49,43 @@ std::optional<Date> DenialLimiter::blockedUntil(const PolicyRequest& request, Da
     if (found != blocks.end() && found->second > now) return found->second;
   }
   return std::nullopt;
+}
+
+namespace {
+
+// The block a limiter key names: "key|FINGERPRINT" for every program, "FINGERPRINT|TREE-KEY" for
+// one (fingerprints hold no "|").
+DenialBlock blockNamed(const std::string& limiterKey, Date until) {
+  if (limiterKey.starts_with(kKeyWidePrefix))
+    return {limiterKey.substr(kKeyWidePrefix.size()), "", until};
+  const size_t bar = limiterKey.find('|');
+  return {limiterKey.substr(0, bar), bar == std::string::npos ? "" : limiterKey.substr(bar + 1),
+          until};
+}
+
+}  // namespace
+
+std::vector<DenialBlock> DenialLimiter::activeBlocks(Date now) const {
+  std::vector<DenialBlock> active;
+  for (const auto& [key, until] : blocks)
+    if (until > now) active.push_back(blockNamed(key, until));
+  std::ranges::sort(active,
+                    [](const DenialBlock& a, const DenialBlock& b) { return a.until < b.until; });
+  return active;
+}
+
+size_t DenialLimiter::lift(const std::function<bool(const DenialBlock&)>& lifted, Date now) {
+  size_t count = 0;
+  for (auto entry = blocks.begin(); entry != blocks.end();) {
+    if (entry->second > now && lifted(blockNamed(entry->first, entry->second))) {
+      denials.erase(entry->first);
+      entry = blocks.erase(entry);
+      ++count;
+    } else {
+      ++entry;
+    }
+  }
+  return count;
 }
 
 void DenialLimiter::prune(Date now) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -25,6 +26,15 @@ std::string originLimiterKey(const PolicyRequest& request);
 // The limiter key of a request's key for every program: "key|" and the fingerprint.
 std::string keyWideLimiterKey(const PolicyRequest& request);
 
+// A block in force: requests for the key (by its fingerprint) from `program` (a tree key, see
+// `treeKey`) are refused until `until`. An empty `program` blocks the key for every program.
+struct DenialBlock {
+  std::string keyFingerprint;
+  std::string program;
+  Date until;
+  friend bool operator==(const DenialBlock&, const DenialBlock&) = default;
+};
+
 // Counts recent denials and blocks a key, or a key for one program, that is denied too often, so
 // that a client cannot make the user answer prompts without end.
 struct DenialLimiter {
@@ -41,6 +51,13 @@ struct DenialLimiter {
   // The end of the block that applies to `request` at `now` (the program's own block first, then
   // the key-wide one); nothing when neither is later than `now`. Removes nothing.
   std::optional<Date> blockedUntil(const PolicyRequest& request, Date now) const;
+
+  // The blocks in force at `now`, the soonest to end first.
+  std::vector<DenialBlock> activeBlocks(Date now) const;
+
+  // Lifts the blocks in force that `lifted` selects, and forgets the denials counted towards
+  // them, so that the next denial does not block again at once. Returns how many it lifted.
+  size_t lift(const std::function<bool(const DenialBlock&)>& lifted, Date now);
 
   // Drops blocks that end at or before `now`, and denials that are at least the window old
   // (with lists that become empty). Changes no later outcome; for periodic housekeeping.

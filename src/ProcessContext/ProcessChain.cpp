@@ -12,6 +12,7 @@
 #include "ProcessContext/CodeSigning.h"
 #include "ProcessContext/ProcessContextError.h"
 #include "ProcessContext/ProcessRecord.h"
+#include "ProcessContext/ProgramName.h"
 #include "ProcessContext/Redaction.h"
 #include "ProcessContext/UTF8Text.h"
 
@@ -61,6 +62,7 @@ ProcessInfoEntry describe(const ProcessDirectory& directory, const ProcessStat& 
     secureWipe(area->data(), area->size());
     for (std::string& argument : arguments.leading) secureWipe(argument.data(), argument.size());
   }
+  if (executable) entry.name = programName(entry.path, entry.arguments);
   if (auto directoryPath = directory.readLink("cwd"))
     entry.workingDirectory = repairUTF8(*directoryPath);
 

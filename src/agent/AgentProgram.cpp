@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
@@ -20,6 +21,7 @@
 #include "AgentState/RulesFile.h"
 #include "AgentState/SealedHostPinStore.h"
 #include "AgentState/SupportState.h"
+#include "Base/Counted.h"
 #include "ControlProtocol/SocketPaths.h"
 #include "Platform/PAMPresenceVerifier.h"
 #include "Platform/Paths.h"
@@ -31,6 +33,7 @@
 #include "agent/DaemonError.h"
 #include "agent/FrameIO.h"
 #include "agent/HangupWatch.h"
+#include "agent/ProgressReports.h"
 
 namespace quorvane {
 namespace {
@@ -58,8 +61,8 @@ struct RunningAgent {
     if (!pamConfigDirectory.empty())
       say("presence verification reads its PAM service from " + pamConfigDirectory.string());
     AgentServices services{keys,
-                           approver,
-                           log,
+                           std::make_shared<ReportingApprover>(approver, say),
+                           std::make_shared<ReportingActivityLog>(log, say),
                            std::make_shared<KnownHostsResolver>(std::vector<std::filesystem::path>{
                                homeFolder() / ".ssh" / "known_hosts"}),
                            pins,
@@ -84,14 +87,29 @@ struct RunningAgent {
       say("rules.json could not be read (" + rules.problem + "); every request asks");
     agent->replaceRules(rules.rules);
     announcements.prune(clock->now());
+    endRequestsForDeletedKeys();
     presence->setRequired(presenceVerificationEnabled(support));
     if (!presence->required())
       say("presence verification is off: an answer from any of your programs approves");
     else if (auto problem = presence->problem())
       say("presence verification cannot run: " + *problem +
           "; approvals, unlock and remote resume are refused until it can");
+    else if (presence->accountCanNeverPass())
+      say("your account has no usable password, so presence verification can never succeed and "
+          "nothing can be approved; set one with passwd, or run: quorvane presence off");
     const bool paused = remoteApprovalPaused(*support.keychain);
     if (paused) agent->setRemoteApprovalAvailable(false);
+    say("serving " + counted(static_cast<int64_t>(keys->records().size()), "key", "keys"));
+  }
+
+  // A request for a key deleted meanwhile can no longer sign: it ends now, so that nobody is told
+  // that their approval went through.
+  void endRequestsForDeletedKeys() {
+    const std::vector<KeyRecord> records = keys->records();
+    for (const ApprovalRequest& request : approver->pending())
+      if (std::ranges::none_of(
+              records, [&](const KeyRecord& record) { return record.id == request.key.id; }))
+        approver->answer(request.id, {ApprovalResult::Cancelled{}});
   }
 
   void pauseRemote() {
@@ -164,7 +182,7 @@ int runAgentProgram(const AgentProgramOptions& options) {
         controlListener, [&](int fd, std::stop_token stop) { control.serve(fd, stop); }, {});
 
     std::cout << "SSH_AUTH_SOCK=" << agentPath.string() << "; export SSH_AUTH_SOCK;" << std::endl;
-    say("serving " + std::to_string(running.keys->records().size()) + " keys; stop with Ctrl-C");
+    say("stop with Ctrl-C");
 
     std::stop_source stop;
     std::jthread agentThread([&] { agentServer.run(stop.get_token()); });

@@ -14,6 +14,7 @@
 #include "ControlProtocol/ControlMessages.h"
 #include "ControlProtocol/PromptReply.h"
 #include "Policy/WindowChoice.h"
+#include "SSHWire/SSHPublicKey.h"
 
 namespace quorvane {
 namespace {
@@ -163,7 +164,8 @@ JSON ControlService::answer(const JSONReader& message, PresenceConversation& con
   if (!request) return failure("no such request: it was answered, expired or never existed");
 
   // The answer alone approves nothing: the user's presence is verified here, in the agent.
-  PresenceGate::Outcome outcome = presence_.confirm(request->reason, conversation);
+  PresenceGate::Outcome outcome = presence_.confirm(
+      request->reason, conversation, false, [&] { return approver_.find(*id).has_value(); });
   if (outcome.result.status == PresenceResult::Status::cancelled)
     return failure(refusalText(outcome.result) + "; the request keeps waiting");
   if (!outcome.confirmed()) {
@@ -174,6 +176,76 @@ JSON ControlService::answer(const JSONReader& message, PresenceConversation& con
   if (!approver_.answer(*id, {ApprovalResult::Approved{scope, outcome.context, by, true}}))
     return failure("no such request: it was answered, expired or never existed");
   return success();
+}
+
+namespace {
+
+// A block for frontends: the key's fingerprint and name, the program (absent: every program), the
+// end, and "text", the sentence that says all of it: "/usr/bin/git may not use “laptop” until
+// 2026-11-24T15:30:00Z".
+JSON blockJSON(const DenialBlock& block, const std::vector<AgentResponse::Identity>& keys) {
+  JSON json = {{"key", block.keyFingerprint}, {"until", block.until.iso8601()}};
+  std::string keyName = block.keyFingerprint;
+  for (const AgentResponse::Identity& key : keys)
+    if (fingerprint(key.keyBlob) == block.keyFingerprint) keyName = key.comment;
+  json["keyName"] = keyName;
+  std::string program = "every program";
+  if (!block.program.empty()) {
+    json["program"] = block.program;
+    program = block.program.substr(block.program.find(':') + 1);  // without the signer's name
+  }
+  json["text"] = program + " may not use “" + keyName + "” until " + block.until.iso8601();
+  return json;
+}
+
+// Whether `program`, as the user typed it, names the blocked program: its whole tree key
+// ("system:/usr/bin/git"), the part after the colon, or that part's file name ("git").
+bool namesProgram(const std::string& program, const DenialBlock& block) {
+  if (block.program.empty()) return false;
+  const std::string path = block.program.substr(block.program.find(':') + 1);
+  return program == block.program || program == path || program == path.substr(path.rfind('/') + 1);
+}
+
+}  // namespace
+
+JSON ControlService::blocks(const std::string& name, const JSONReader& message,
+                            PresenceConversation& conversation) {
+  if (name == "blocks") {
+    JSON list = JSON::array();
+    const auto keys = agent_.identities();
+    for (const DenialBlock& block : agent_.activeBlocks()) list.push_back(blockJSON(block, keys));
+    return {{"ok", true}, {"blocks", list}};
+  }
+  auto program = message.optional("program");
+  auto key = message.optional("key");
+  auto all = message.optional("all");
+  if (!program && !key && !(all && all->boolean()))
+    return failure("say which blocks to lift: a program, a key, or all");
+  const std::string programName = program ? program->string() : "";
+  const std::string keyFingerprint = key ? key->string() : "";
+  return verified("lift blocks", conversation, false, [&] {
+    const size_t lifted = agent_.unblock([&](const DenialBlock& block) {
+      if (program) return namesProgram(programName, block);
+      if (key) return block.keyFingerprint == keyFingerprint;
+      return true;
+    });
+    return JSON{{"ok", true}, {"lifted", lifted}};
+  });
+}
+
+JSON ControlService::presence(bool enabled, PresenceConversation& conversation) {
+  if (enabled == presence_.required()) return success();
+  auto change = [&] {
+    if (hooks_.savePresence) hooks_.savePresence(enabled);
+    presence_.setRequired(enabled);
+    return success();
+  };
+  // An account without a usable password could never verify: turning verification off is then
+  // the only way to approve anything, and an explicit choice of the user's is all it takes.
+  if (!enabled && presence_.accountCanNeverPass()) return change();
+  // Both ways verify: turning it off needs the user, turning it on proves it works first.
+  return verified(enabled ? "turn presence verification on" : "turn presence verification off",
+                  conversation, true, change);
 }
 
 JSON ControlService::handle(const JSON& message, PresenceConversation& conversation) {
@@ -202,17 +274,7 @@ JSON ControlService::handle(const JSON& message, PresenceConversation& conversat
         agent_.unlock();
         return success();
       });
-    if (name == "presence") {
-      const bool enabled = reader.required("enabled").boolean();
-      if (enabled == presence_.required()) return success();
-      // Both ways verify: turning it off needs the user, turning it on proves it works first.
-      return verified(enabled ? "turn presence verification on" : "turn presence verification off",
-                      conversation, true, [&] {
-                        if (hooks_.savePresence) hooks_.savePresence(enabled);
-                        presence_.setRequired(enabled);
-                        return success();
-                      });
-    }
+    if (name == "presence") return presence(reader.required("enabled").boolean(), conversation);
     if (name == kShowPendingMessage || name == "pending") return pendingList(approver_);
     if (name == "status") {
       JSON status = {{"ok", true},
@@ -225,6 +287,7 @@ JSON ControlService::handle(const JSON& message, PresenceConversation& conversat
       return status;
     }
     if (name == "answer") return answer(reader, conversation);
+    if (name == "blocks" || name == "unblock") return blocks(name, reader, conversation);
     return failure("unknown message " + name);
   } catch (const DecodingError& error) {
     return failure(error.what());

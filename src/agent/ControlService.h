@@ -42,6 +42,12 @@ class ControlService {
 
  private:
   JSON answer(const JSONReader& message, PresenceConversation& conversation);
+  // Turns presence verification on or off.
+  JSON presence(bool enabled, PresenceConversation& conversation);
+  // "blocks" lists the denial limiter's blocks; "unblock" lifts those of a "program", a "key"
+  // (fingerprint) or "all", after verifying the user's presence.
+  JSON blocks(const std::string& name, const JSONReader& message,
+              PresenceConversation& conversation);
   JSON verified(const std::string& reason, PresenceConversation& conversation, bool always,
                 const std::function<JSON()>& action);
   void watch(int fd, std::stop_token shutdown);

@@ -80,5 +80,36 @@ TEST(OriginBuilder, ChoosesTheAppTheUserRecognises) {
   EXPECT_EQ(buildRequestOrigin(PeerOrigin{}).appName, "unknown");
 }
 
+struct WrapperCase {
+  std::string name;
+  std::vector<std::string> outerPaths;  // the processes above git, innermost first
+};
+
+void PrintTo(const WrapperCase& c, std::ostream* out) { *out << c.name; }
+
+class OriginBuilderWrappers : public ::testing::TestWithParam<WrapperCase> {};
+
+// Wrappers run their arguments and multiplexer servers host shells: like shells, they are never
+// the program named, so a commit signed under them is git's.
+TEST_P(OriginBuilderWrappers, AreSkippedLikeShells) {
+  PeerOrigin peer;
+  peer.chain = {process("/usr/bin/ssh-keygen"), process("/usr/bin/git")};
+  for (const std::string& path : GetParam().outerPaths) peer.chain.push_back(process(path));
+  EXPECT_EQ(buildRequestOrigin(peer).appName, "git");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Chains, OriginBuilderWrappers,
+    ::testing::Values(
+        WrapperCase{"time", {"/usr/bin/time", "/usr/bin/bash"}},
+        WrapperCase{"envNiceNohup", {"/usr/bin/env", "/usr/bin/nice", "/usr/bin/nohup"}},
+        WrapperCase{"timeoutFlockXargs",
+                    {"/usr/bin/timeout", "/usr/bin/flock", "/usr/bin/xargs", "/usr/bin/bash"}},
+        WrapperCase{"sudoRunuserSetsid",
+                    {"/usr/bin/sudo", "/usr/sbin/runuser", "/usr/bin/setsid", "/usr/bin/zsh"}},
+        WrapperCase{"tmuxServer", {"/usr/bin/bash", "tmux: server", "/usr/lib/systemd/systemd"}},
+        WrapperCase{"screenServer", {"/usr/bin/bash", "SCREEN", "/usr/lib/systemd/systemd"}}),
+    [](const ::testing::TestParamInfo<WrapperCase>& tested) { return tested.param.name; });
+
 }  // namespace
 }  // namespace quorvane

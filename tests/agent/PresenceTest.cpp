@@ -163,9 +163,14 @@ TEST_P(ApprovalThroughPAM, TheVerificationDecidesAndTheLogSaysWho) {
             c.signs ? ActivityEntry::Outcome::signed_ : ActivityEntry::Outcome::denied);
   EXPECT_EQ(entry.decidedBy.rfind(c.decidedBy, 0), 0u) << entry.decidedBy;
   if (c.service == PAMService::asks) {
-    ASSERT_EQ(frontend.prompts.size(), 2u);
+    // A wrong answer is asked for again, up to three times in all, as sudo does.
+    ASSERT_EQ(frontend.prompts.size(), c.signs ? 2u : 8u);
     EXPECT_EQ(frontend.prompts[0].text, testing::kReaderMessage);
     EXPECT_EQ(frontend.prompts[1].style, PresencePrompt::Style::secret);
+    EXPECT_EQ(frontend.prompts[1].text.rfind("Password for ", 0), 0u) << "names the account";
+    if (!c.signs) {
+      EXPECT_EQ(frontend.prompts[2].text, PresenceGate::kTryAgain);
+    }
   }
 }
 
