@@ -26,9 +26,10 @@ std::optional<size_t> findWholeLine(std::string_view text, std::string_view line
 // Where the first complete block starts and where the cut after it ends.
 std::optional<std::pair<size_t, size_t>> findBlock(std::string_view text) {
   auto begin = findWholeLine(text, SSHConfigEditor::kBeginMarker, 0);
+  auto earlier = findWholeLine(text, SSHConfigEditor::kEarlierBeginMarker, 0);
+  if (!begin || (earlier && *earlier < *begin)) begin = earlier;
   if (!begin) return std::nullopt;
-  auto end = findWholeLine(text, SSHConfigEditor::kEndMarker,
-                           *begin + SSHConfigEditor::kBeginMarker.size());
+  auto end = findWholeLine(text, SSHConfigEditor::kEndMarker, *begin + 1);
   if (!end) return std::nullopt;
   size_t cut = *end + SSHConfigEditor::kEndMarker.size();
   if (cut < text.size() && text[cut] == '\n') ++cut;

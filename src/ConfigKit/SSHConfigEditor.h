@@ -9,7 +9,7 @@ namespace quorvane {
 // Puts one managed block at the top of an ssh config text, and takes it out again, without
 // touching the user's own lines. The block, each line ended by a line feed:
 //
-//   # >>> Quorvane >>> (managed by Quorvane; remove with Quorvane → Setup → Undo)
+//   # >>> Quorvane >>> (managed by Quorvane; remove with quorvane setup ssh --undo)
 //   Host * !EXCLUDED-1 !EXCLUDED-2
 //     IdentityAgent SOCKET-PATH
 //   # <<< Quorvane <<<
@@ -19,6 +19,9 @@ namespace quorvane {
 // last lines are the markers; each counts only as a whole line of the text.
 struct SSHConfigEditor {
   static constexpr std::string_view kBeginMarker =
+      "# >>> Quorvane >>> (managed by Quorvane; remove with quorvane setup ssh --undo)";
+  // The first line of blocks written by earlier versions, still recognised.
+  static constexpr std::string_view kEarlierBeginMarker =
       "# >>> Quorvane >>> (managed by Quorvane; remove with Quorvane \u2192 Setup \u2192 Undo)";
   static constexpr std::string_view kEndMarker = "# <<< Quorvane <<<";
 

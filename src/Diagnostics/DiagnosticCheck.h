@@ -14,7 +14,7 @@ struct DiagnosticCheck {
   // or Git from using the keys.
   enum class Level { ok, warning, problem };
 
-  UUID id;  // fresh for each run; identifies the line in a list, nothing more
+  UUID id;  // the same for the same check in every run; identifies the line in a list
   std::string title;
   Level level = Level::ok;
   std::string detail;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Base/Date.h"
+#include "Platform/AccountPassword.h"
 
 namespace quorvane {
 
@@ -72,6 +73,10 @@ class DiagnosticProbes {
   virtual KeyAvailability keys() = 0;
   // Whether approvals need the user's verified presence (the setting `quorvane presence` changes).
   virtual bool presenceVerificationOn() = 0;
+  // Whether the user's account has a password that PAM's password check could accept.
+  virtual AccountPassword accountPassword() = 0;
+  // The running agent's blocks, a sentence each; none when no agent answers on `controlSocket`.
+  virtual std::vector<std::string> activeBlocks(const std::filesystem::path& controlSocket) = 0;
   virtual RelayHealth relayHealth() = 0;
   virtual Date now() = 0;
 };

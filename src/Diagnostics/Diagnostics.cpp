@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
+#include "Base/Counted.h"
 #include "ConfigKit/SSHConfigEditor.h"
+#include "Crypto/Hash.h"
 #include "Diagnostics/ProbeParsing.h"
 
 namespace quorvane {
@@ -16,7 +19,19 @@ using Checks = std::vector<DiagnosticCheck>;
 using DiagnosticStep = Checks (*)(DiagnosticProbes&, const DiagnosticSettings&);
 
 Checks one(std::string title, Level level, std::string detail) {
-  return {DiagnosticCheck{UUID::random(), std::move(title), level, std::move(detail)}};
+  return {DiagnosticCheck{UUID{}, std::move(title), level, std::move(detail)}};
+}
+
+// The same identifier for the same check in every run, so that scripts can follow a check: made
+// from its title and how many checks of that title came before it (a name-based, version 8 UUID).
+UUID checkID(const std::string& title, int occurrence) {
+  const Bytes hash = crypto::sha256(
+      bytesOf("quorvane doctor check\n" + title + "\n" + std::to_string(occurrence)));
+  UUID id;
+  std::copy_n(hash.begin(), id.bytes.size(), id.bytes.begin());
+  id.bytes[6] = static_cast<uint8_t>((id.bytes[6] & 0x0f) | 0x80);
+  id.bytes[8] = static_cast<uint8_t>((id.bytes[8] & 0x3f) | 0x80);
+  return id;
 }
 
 std::string joined(const std::vector<std::string>& names) {
@@ -32,9 +47,10 @@ Checks agentRegistration(DiagnosticProbes& probes, const DiagnosticSettings&) {
       return one(kTitle, Level::ok, "Starts at login as com.tallowmere.quorvane.agent.service");
     case AgentUnitState::disabled:
       return one(kTitle, Level::warning,
-                 "Quorvane Agent was switched off in Login Items. Turn it on to use your keys.");
+                 "Quorvane Agent was switched off. Turn it on with quorvane agent install to use "
+                 "your keys.");
     case AgentUnitState::notInstalled:
-      return one(kTitle, Level::warning, "Not started. Choose Start Agent above.");
+      return one(kTitle, Level::warning, "Not started. Run quorvane agent install.");
     case AgentUnitState::noUserManager: break;
   }
   return one(kTitle, Level::warning,
@@ -47,15 +63,16 @@ Checks agentAnswers(DiagnosticProbes& probes, const DiagnosticSettings& settings
   AgentAnswer answer = probes.askAgentForIdentities(settings.agentSocket());
   switch (answer.kind) {
     case AgentAnswer::Kind::identities:
-      return one(kTitle, Level::ok,
-                 std::to_string(answer.keyCount) + " keys offered at ~/.ssh/quorvane/agent.sock");
+      return one(
+          kTitle, Level::ok,
+          counted(answer.keyCount, "key", "keys") + " offered at ~/.ssh/quorvane/agent.sock");
     case AgentAnswer::Kind::unexpected:
       return one(kTitle, Level::problem, "Unexpected answer from the agent.");
     case AgentAnswer::Kind::noConnection: break;
   }
   return one(kTitle, Level::problem,
-             "Quorvane Agent isn't running. SSH and Git can't use your keys. Restart it with Stop "
-             "Agent and Start Agent.");
+             "Quorvane Agent isn't running. SSH and Git can't use your keys. Restart it with "
+             "quorvane agent restart.");
 }
 
 // Both sockets must fit: the agent cannot start when either cannot be bound.
@@ -110,11 +127,11 @@ Checks sshConfiguration(DiagnosticProbes& probes, const DiagnosticSettings& sett
   std::optional<std::string> config = probes.readText(settings.sshConfig());
   if (!config)
     return one(kTitle, Level::warning,
-               "No ~/.ssh/config. ssh uses SSH_AUTH_SOCK; set up Terminal and ssh in Setup to be "
-               "sure.");
+               "No ~/.ssh/config. ssh uses SSH_AUTH_SOCK; set up Terminal and ssh with quorvane "
+               "setup ssh to be sure.");
   if (!SSHConfigEditor::hasManagedBlock(*config))
     return one(kTitle, Level::warning,
-               "Terminal and ssh aren't set up for Quorvane yet. Use Set Up above.");
+               "Terminal and ssh aren't set up for Quorvane yet. Run quorvane setup ssh.");
   std::vector<std::string> hosts = namedHosts(*config);
   if (hosts.empty()) return one(kTitle, Level::ok, "No named hosts.");
   std::vector<std::string> others;
@@ -124,6 +141,8 @@ Checks sshConfiguration(DiagnosticProbes& probes, const DiagnosticSettings& sett
       others.push_back(host);
   }
   const std::string total = std::to_string(hosts.size());
+  if (others.empty() && hosts.size() == 1)
+    return one(kTitle, Level::ok, "The one named host uses Quorvane.");
   if (others.empty()) return one(kTitle, Level::ok, "All " + total + " hosts use Quorvane.");
   return one(kTitle, Level::warning,
              std::to_string(others.size()) + " of " + total + " hosts don't use Quorvane: " +
@@ -131,7 +150,7 @@ Checks sshConfiguration(DiagnosticProbes& probes, const DiagnosticSettings& sett
 }
 
 Checks keychainKeys(DiagnosticProbes& probes, const DiagnosticSettings&) {
-  constexpr const char* kTitle = "Keys in the Keychain";
+  constexpr const char* kTitle = "Keys in Quorvane's keychain";
   KeyAvailability availability = probes.keys();
   if (availability.failure)
     return one(kTitle, Level::problem, "The key list can't be read: " + *availability.failure);
@@ -142,7 +161,8 @@ Checks keychainKeys(DiagnosticProbes& probes, const DiagnosticSettings&) {
     return one(kTitle, Level::problem,
                "Unavailable: " + joined(unavailable) +
                    ". They can't sign; create replacements and update your services.");
-  return one(kTitle, Level::ok, std::to_string(availability.keys.size()) + " keys available");
+  return one(kTitle, Level::ok,
+             counted(static_cast<int64_t>(availability.keys.size()), "key", "keys") + " available");
 }
 
 // Other SSH agents that may answer for some hosts. Found ones are reported for information: a
@@ -190,10 +210,25 @@ Checks otherAgents(DiagnosticProbes& probes, const DiagnosticSettings& settings)
 
 // Shown only when verification is off: then any program running as the user can approve.
 Checks presenceVerification(DiagnosticProbes& probes, const DiagnosticSettings&) {
+  if (probes.presenceVerificationOn() && probes.accountPassword() == AccountPassword::unusable)
+    return one("Presence verification", Level::problem,
+               "Your account has no usable password, so your presence can never be verified and "
+               "nothing can be approved. Set one with passwd, or turn verification off with "
+               "quorvane presence off.");
   if (probes.presenceVerificationOn()) return {};
   return one("Presence verification", Level::warning,
              "Off: any program running as you can approve requests. Turn it on with quorvane "
              "presence on.");
+}
+
+// Blocks after denials or unanswered requests, which otherwise show only as silent refusals.
+Checks blocks(DiagnosticProbes& probes, const DiagnosticSettings& settings) {
+  Checks checks;
+  for (const std::string& text : probes.activeBlocks(settings.controlSocket()))
+    for (DiagnosticCheck& check :
+         one("Blocked", Level::warning, text + ". Lift it with quorvane unblock."))
+      checks.push_back(std::move(check));
+  return checks;
 }
 
 // A clock difference of this many whole seconds makes remote approvals fail.
@@ -205,12 +240,14 @@ Checks relay(DiagnosticProbes& probes, const DiagnosticSettings&) {
   if (health.kind == RelayHealth::Kind::notConfigured)
     return one(kTitle, Level::ok, "Not set up; requests are approved on this computer.");
   if (health.kind == RelayHealth::Kind::offline)
-    return one(kTitle, Level::warning, "Remote approval is offline. Approve on this Mac instead.");
+    return one(kTitle, Level::warning,
+               "Remote approval is offline. Approve on this computer instead.");
   if (auto serverDate = health.dateHeader ? parseHTTPDate(*health.dateHeader) : std::nullopt) {
     double seconds = std::trunc(std::fabs(probes.now().secondsSince(*serverDate)));
     if (seconds >= kRelayClockTolerance)
       return one(kTitle, Level::warning,
-                 "This Mac's clock is off by " + std::to_string(static_cast<long long>(seconds)) +
+                 "This computer's clock is off by " +
+                     std::to_string(static_cast<long long>(seconds)) +
                      " s. Remote approvals may fail.");
   }
   return one(kTitle, Level::ok, "Online");
@@ -224,8 +261,9 @@ constexpr DiagnosticStep kSteps[] = {
     socketPath,            // "Socket path"
     defaultAgentForApps,   // "Default agent for apps (SSH_AUTH_SOCK)"
     sshConfiguration,      // "~/.ssh/config"
-    keychainKeys,          // "Keys in the Keychain"
+    keychainKeys,          // "Keys in Quorvane's keychain"
     presenceVerification,  // "Presence verification", only when it is off
+    blocks,                // "Blocked", one line per block in force
     otherAgents,           // one line per other SSH agent found
     relay,                 // "Remote approval relay"
 };
@@ -244,8 +282,10 @@ std::vector<DiagnosticCheck> runDiagnostics(
     DiagnosticProbes& probes, const DiagnosticSettings& settings,
     const std::function<void(const DiagnosticCheck&)>& onCheck) {
   Checks checks;
+  std::map<std::string, int> seen;
   for (DiagnosticStep step : kSteps) {
     for (DiagnosticCheck& check : step(probes, settings)) {
+      check.id = checkID(check.title, seen[check.title]++);
       if (onCheck) onCheck(check);
       checks.push_back(std::move(check));
     }

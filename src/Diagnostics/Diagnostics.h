@@ -14,7 +14,8 @@ namespace quorvane {
 
 // Shown above the list.
 inline constexpr std::string_view kDiagnosticsIntro =
-    "Checks the agent, the socket, ~/.ssh/config, the Keychain and the relay. Nothing is changed.";
+    "Checks the agent, the socket, ~/.ssh/config, Quorvane's keychain and the relay. Nothing is "
+    "changed.";
 
 // The longest socket path this platform can bind: a socket address's path field less its
 // terminating zero (107 bytes on Linux).

@@ -11,11 +11,13 @@
 
 #include "AgentState/PresenceSetting.h"
 #include "AgentState/SupportState.h"
+#include "ControlProtocol/ControlClient.h"
 #include "Diagnostics/AgentUnit.h"
 #include "Diagnostics/ProbeParsing.h"
 #include "KeyStore/KeychainSecretStore.h"
 #include "Platform/Clock.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/PAMPresenceVerifier.h"
 #include "Platform/Paths.h"
 #include "Platform/WholeFile.h"
 #include "SSHWire/Framing.h"
@@ -163,6 +165,25 @@ bool SystemProbes::presenceVerificationOn() {
   } catch (const std::exception&) {
     return true;  // a setting that cannot be read counts as on, as the agent reads it
   }
+}
+
+AccountPassword SystemProbes::accountPassword() {
+  const auto user = PAMPresenceVerifier::currentUserName();
+  return user ? quorvane::accountPassword(*user) : AccountPassword::unknown;
+}
+
+std::vector<std::string> SystemProbes::activeBlocks(const std::filesystem::path& controlSocket) {
+  std::vector<std::string> texts;
+  try {
+    auto client = ControlClient::connect(controlSocket);
+    if (!client) return texts;
+    JSON answer = client->request({{"message", "blocks"}});
+    for (const JSON& block : answer.value("blocks", JSON::array()))
+      texts.push_back(block.value("text", ""));
+  } catch (const std::exception&) {
+    // An agent that hangs up or answers nonsense has no blocks to report; "Agent answers" tells.
+  }
+  return texts;
 }
 
 RelayHealth SystemProbes::relayHealth() { return {RelayHealth::Kind::notConfigured, std::nullopt}; }

@@ -23,6 +23,8 @@ class SystemProbes final : public DiagnosticProbes {
   std::optional<std::string> environment(const std::string& name) override;
   KeyAvailability keys() override;
   bool presenceVerificationOn() override;
+  AccountPassword accountPassword() override;
+  std::vector<std::string> activeBlocks(const std::filesystem::path& controlSocket) override;
   RelayHealth relayHealth() override;
   Date now() override;
 

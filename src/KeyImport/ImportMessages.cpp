@@ -30,7 +30,7 @@ std::string importErrorMessage(const KeyImportError& error) {
 std::optional<std::string> importNotice(const ParsedPrivateKey& key) {
   if (key.key.algorithm() == KeyAlgorithm::rsa && key.key.bits() < 3072)
     return "RSA below 3072 bits: GitHub no longer accepts such keys for new uploads. Consider "
-           "replacing it with a Secure Enclave key.";
+           "replacing it with a TPM key.";
   return std::nullopt;
 }
 

@@ -153,8 +153,7 @@ Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) co
   std::optional<SecureBytes> secret = secrets_->read(record.id);
   if (!secret) throw KeyStoreError::keyMissing(record.id);
   if (record.algorithm != KeyAlgorithm::ecdsaP256)
-    throw KeyStoreError::unsupported(std::string(rawValue(record.algorithm)) +
-                                     " in the Secure Enclave");
+    throw KeyStoreError::unsupported(std::string(rawValue(record.algorithm)) + " in the TPM");
   if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
   return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data));
 }

@@ -29,8 +29,8 @@ std::vector<RuleTemplate> ruleTemplates(const std::optional<std::string>& hostKe
   templates.push_back({"Never allow forwarded sign-ins", std::move(noForwarded)});
 
   templates.push_back(
-      {"Git commits: ask on my iPhone",
-       Rule::make("Git commits via iPhone", Decision::askRemote, PurposeMatch::signature("git"))});
+      {"Git commits: ask on my phone",
+       Rule::make("Git commits via phone", Decision::askRemote, PurposeMatch::signature("git"))});
   return templates;
 }
 

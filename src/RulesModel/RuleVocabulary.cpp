@@ -5,7 +5,7 @@ namespace quorvane {
 std::string_view decisionLabel(Decision decision) {
   switch (decision) {
     case Decision::allow: return "Allow";
-    case Decision::askLocal: return "Ask on this Mac";
+    case Decision::askLocal: return "Ask on this computer";
     case Decision::askRemote: return "Ask on my devices";
     case Decision::deny: return "Deny";
   }

@@ -21,10 +21,21 @@ std::string block(const std::string& hostLine = "Host *") {
 
 TEST(SSHConfigEditor, BlockIsExactlyFourLines) {
   EXPECT_EQ(kBegin,
-            "# >>> Quorvane >>> (managed by Quorvane; remove with Quorvane \xE2\x86\x92 Setup "
-            "\xE2\x86\x92 Undo)");
+            "# >>> Quorvane >>> (managed by Quorvane; remove with quorvane setup ssh --undo)");
   EXPECT_EQ(editor().managedBlock(), block());
   EXPECT_EQ(editor({"work-alias", "legacy"}).managedBlock(), block("Host * !work-alias !legacy"));
+}
+
+// Blocks written by earlier versions name a menu of another platform in their first line; they
+// are still found, replaced by the current block and removed.
+TEST(SSHConfigEditor, ABlockWithTheEarlierFirstLineIsStillTheManagedBlock) {
+  const std::string earlier =
+      "# >>> Quorvane >>> (managed by Quorvane; remove with Quorvane \xE2\x86\x92 Setup "
+      "\xE2\x86\x92 Undo)\nHost *\n  IdentityAgent /old.sock\n" +
+      kEnd + "\n\nHost work\n  User me\n";
+  EXPECT_TRUE(SSHConfigEditor::hasManagedBlock(earlier));
+  EXPECT_EQ(editor().applying(earlier), block() + "\nHost work\n  User me\n");
+  EXPECT_EQ(SSHConfigEditor::removingManagedBlock(earlier), "Host work\n  User me\n");
 }
 
 struct ApplyCase {

@@ -33,6 +33,8 @@ struct FakeProbes final : DiagnosticProbes {
   KeyAvailability keyList{std::nullopt, {{"laptop", true}, {"work", true}}};
   RelayHealth relay;
   bool presence = true;
+  AccountPassword password = AccountPassword::usable;
+  std::vector<std::string> blocked;
   Date clock{1'800'000'000};
 
   AgentUnitState agentUnitState() override { return unit; }
@@ -55,6 +57,8 @@ struct FakeProbes final : DiagnosticProbes {
   }
   KeyAvailability keys() override { return keyList; }
   bool presenceVerificationOn() override { return presence; }
+  AccountPassword accountPassword() override { return password; }
+  std::vector<std::string> activeBlocks(const std::filesystem::path&) override { return blocked; }
   RelayHealth relayHealth() override { return relay; }
   Date now() override { return clock; }
 };
@@ -82,12 +86,13 @@ TEST(Diagnostics, AHealthySystemPassesEveryCheckInTheFixedOrder) {
   EXPECT_EQ(titles,
             (std::vector<std::string>{"Agent registered", "Agent answers", "Socket path",
                                       "Default agent for apps (SSH_AUTH_SOCK)", "~/.ssh/config",
-                                      "Keys in the Keychain", "Remote approval relay"}));
+                                      "Keys in Quorvane's keychain", "Remote approval relay"}));
   EXPECT_EQ(seen, titles);
   EXPECT_NE(checks[0].id, checks[1].id);
+  EXPECT_EQ(checks[0].id, runDiagnostics(probes, {probes.home})[0].id) << "the same in every run";
   EXPECT_FALSE(anyProblem(checks));
   EXPECT_EQ(checks[1].detail, "2 keys offered at ~/.ssh/quorvane/agent.sock");
-  EXPECT_EQ(checks[4].detail, "All 1 hosts use Quorvane.");
+  EXPECT_EQ(checks[4].detail, "The one named host uses Quorvane.");
   EXPECT_EQ(checks[5].detail, "2 keys available");
 }
 
@@ -120,20 +125,33 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Fault{"unitDisabled", [](FakeProbes& p) { p.unit = AgentUnitState::disabled; },
               "Agent registered", Level::warning,
-              "Quorvane Agent was switched off in Login Items. Turn it on to use your keys."},
+              "Quorvane Agent was switched off. Turn it on with quorvane agent install to use your "
+              "keys."},
         Fault{"presenceOff", [](FakeProbes& p) { p.presence = false; }, "Presence verification",
               Level::warning,
               "Off: any program running as you can approve requests. Turn it on with quorvane "
               "presence on."},
         Fault{"unitMissing", [](FakeProbes& p) { p.unit = AgentUnitState::notInstalled; },
-              "Agent registered", Level::warning, "Not started. Choose Start Agent above."},
+              "Agent registered", Level::warning, "Not started. Run quorvane agent install."},
         Fault{"noSystemd", [](FakeProbes& p) { p.unit = AgentUnitState::noUserManager; },
               "Agent registered", Level::warning,
               "No systemd user manager here, so nothing starts the agent at login. Run "
               "quorvane-agent yourself."},
+        Fault{"lockedPassword", [](FakeProbes& p) { p.password = AccountPassword::unusable; },
+              "Presence verification", Level::problem,
+              "Your account has no usable password, so your presence can never be verified and "
+              "nothing can be approved. Set one with passwd, or turn verification off with "
+              "quorvane presence off."},
+        Fault{"blocked",
+              [](FakeProbes& p) {
+                p.blocked = {"/usr/bin/git may not use “laptop” until 2027-01-15T08:15:00Z"};
+              },
+              "Blocked", Level::warning,
+              "/usr/bin/git may not use “laptop” until 2027-01-15T08:15:00Z. Lift it with "
+              "quorvane unblock."},
         Fault{"agentDown", [](FakeProbes& p) { p.answer = {}; }, "Agent answers", Level::problem,
               "Quorvane Agent isn't running. SSH and Git can't use your keys. Restart it with "
-              "Stop Agent and Start Agent."},
+              "quorvane agent restart."},
         Fault{"agentOdd", [](FakeProbes& p) { p.answer.kind = AgentAnswer::Kind::unexpected; },
               "Agent answers", Level::problem, "Unexpected answer from the agent."},
         Fault{"socketGone", [](FakeProbes& p) { p.files.clear(); }, "Socket path", Level::warning,
@@ -156,11 +174,11 @@ INSTANTIATE_TEST_SUITE_P(
               "Default agent for apps (SSH_AUTH_SOCK)", Level::warning,
               "No systemd user manager here; apps get SSH_AUTH_SOCK from your session."},
         Fault{"noConfig", [](FakeProbes& p) { p.texts.clear(); }, "~/.ssh/config", Level::warning,
-              "No ~/.ssh/config. ssh uses SSH_AUTH_SOCK; set up Terminal and ssh in Setup to be "
-              "sure."},
+              "No ~/.ssh/config. ssh uses SSH_AUTH_SOCK; set up Terminal and ssh with quorvane "
+              "setup ssh to be sure."},
         Fault{"noBlock", [](FakeProbes& p) { p.texts.begin()->second = "Host a\n"; },
               "~/.ssh/config", Level::warning,
-              "Terminal and ssh aren't set up for Quorvane yet. Use Set Up above."},
+              "Terminal and ssh aren't set up for Quorvane yet. Run quorvane setup ssh."},
         Fault{"wildcardsOnly",
               [](FakeProbes& p) { p.texts.begin()->second = managedConfig("Host * !x\n"); },
               "~/.ssh/config", Level::ok, "No named hosts."},
@@ -178,19 +196,19 @@ INSTANTIATE_TEST_SUITE_P(
                 p.identityAgents["github.com"] = "$SSH_AUTH_SOCK";
                 p.variables["SSH_AUTH_SOCK"] = kSocket;
               },
-              "~/.ssh/config", Level::ok, "All 1 hosts use Quorvane."},
+              "~/.ssh/config", Level::ok, "The one named host uses Quorvane."},
         Fault{"keyLost",
               [](FakeProbes& p) {
                 p.keyList.keys = {{"a", false}, {"b", true}, {"c", false}};
               },
-              "Keys in the Keychain", Level::problem,
+              "Keys in Quorvane's keychain", Level::problem,
               "Unavailable: a, c. They can't sign; create replacements and update your "
               "services."},
         Fault{"keyListTampered",
               [](FakeProbes& p) {
                 p.keyList = {"keys.json was changed", {}};
               },
-              "Keys in the Keychain", Level::problem,
+              "Keys in Quorvane's keychain", Level::problem,
               "The key list can't be read: keys.json was changed"},
         Fault{"onePassword",
               [](FakeProbes& p) { p.files.insert("/home/ada/.1password/agent.sock"); }, "1Password",
@@ -213,7 +231,7 @@ INSTANTIATE_TEST_SUITE_P(
               "that ~/.ssh/config doesn't send to Quorvane."},
         Fault{"relayOffline", [](FakeProbes& p) { p.relay.kind = RelayHealth::Kind::offline; },
               "Remote approval relay", Level::warning,
-              "Remote approval is offline. Approve on this Mac instead."},
+              "Remote approval is offline. Approve on this computer instead."},
         Fault{"relayNotConfigured", [](FakeProbes&) {}, "Remote approval relay", Level::ok,
               "Not set up; requests are approved on this computer."}),
     [](const auto& test) { return std::string(test.param.name); });
@@ -298,11 +316,11 @@ TEST_P(DiagnosticsRelayClock, IsReportedFrom31WholeSecondsEitherWay) {
 
 INSTANTIATE_TEST_SUITE_P(
     Offsets, DiagnosticsRelayClock,
-    ::testing::Values(ClockCase{0, "Online"}, ClockCase{30, "Online"}, ClockCase{-30.9, "Online"},
-                      ClockCase{31, "This Mac's clock is off by 31 s. Remote approvals may fail."},
-                      ClockCase{-31, "This Mac's clock is off by 31 s. Remote approvals may fail."},
-                      ClockCase{-3600.5,
-                                "This Mac's clock is off by 3600 s. Remote approvals may fail."}));
+    ::testing::Values(
+        ClockCase{0, "Online"}, ClockCase{30, "Online"}, ClockCase{-30.9, "Online"},
+        ClockCase{31, "This computer's clock is off by 31 s. Remote approvals may fail."},
+        ClockCase{-31, "This computer's clock is off by 31 s. Remote approvals may fail."},
+        ClockCase{-3600.5, "This computer's clock is off by 3600 s. Remote approvals may fail."}));
 
 }  // namespace
 }  // namespace quorvane

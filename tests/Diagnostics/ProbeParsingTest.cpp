@@ -80,9 +80,13 @@ TEST(ProbeParsing, ReadsHTTPDatesStrictly) {
     EXPECT_EQ(parseHTTPDate(bad), std::nullopt) << bad;
 }
 
+// The unit that `cmake --install` puts beside the programs is the one `quorvane agent install`
+// writes for the same path.
 TEST(AgentUnit, TheShippedUnitIsTheOneInstalledForItsPath) {
   std::string shipped = testing::readFile(std::filesystem::path(QUORVANE_DIST_DIR) / "systemd" /
-                                          std::string(kAgentUnitName));
+                                          (std::string(kAgentUnitName) + ".in"));
+  const std::string placeholder = "@QUORVANE_INSTALLED_AGENT@";
+  shipped.replace(shipped.find(placeholder), placeholder.size(), "/usr/local/bin/quorvane-agent");
   EXPECT_EQ(agentUnitText("/usr/local/bin/quorvane-agent"), shipped);
   EXPECT_TRUE(unitSetsManagerEnvironment(shipped));
   EXPECT_FALSE(unitSetsManagerEnvironment("[Service]\nExecStart=/x\n"));

@@ -229,7 +229,7 @@ TEST_F(KeyStoreTest, HardwareKeysSignThroughTheirBackEndAndOnlyAsP256) {
   KeyRecord notP256 = record;
   notP256.algorithm = KeyAlgorithm::ed25519;
   EXPECT_EQ(keyStoreError([&] { store_->sign(notP256, kData, {}); }),
-            KeyStoreError::unsupported("ssh-ed25519 in the Secure Enclave"));
+            KeyStoreError::unsupported("ssh-ed25519 in the TPM"));
   EXPECT_EQ(keyStoreError([&] { openStore()->sign(record, kData, {}); }),
             KeyStoreError::secureEnclaveUnavailable());
 }

@@ -17,17 +17,17 @@ std::vector<std::string> titles(const std::vector<RuleTemplate>& templates) {
 }
 
 TEST(RuleTemplates, TitlesDependOnTheHostAndTheCodingAgentGiven) {
-  EXPECT_EQ(titles(ruleTemplates(std::nullopt, std::nullopt)),
-            (std::vector<std::string>{"Never allow forwarded sign-ins",
-                                      "Git commits: ask on my iPhone"}));
+  EXPECT_EQ(
+      titles(ruleTemplates(std::nullopt, std::nullopt)),
+      (std::vector<std::string>{"Never allow forwarded sign-ins", "Git commits: ask on my phone"}));
   EXPECT_EQ(titles(ruleTemplates(kHost, std::nullopt)).front(),
             "Always allow sign-in to this host");
   EXPECT_EQ(
       titles(ruleTemplates(kHost, kAgent)),
-      (std::vector<std::string>{
-          "Always allow sign-in to this host", "Coding agent: may fetch, asks to push, never signs",
-          "Coding agent never signs commits", "Never allow forwarded sign-ins",
-          "Git commits: ask on my iPhone"}));
+      (std::vector<std::string>{"Always allow sign-in to this host",
+                                "Coding agent: may fetch, asks to push, never signs",
+                                "Coding agent never signs commits",
+                                "Never allow forwarded sign-ins", "Git commits: ask on my phone"}));
   EXPECT_EQ(ruleTemplates(std::nullopt, kAgent).size(), 4u);
   EXPECT_EQ(ruleTemplates(kHost, kAgent)[1].rule.hostKeys, std::set<std::string>{kHost});
   EXPECT_TRUE(ruleTemplates(std::nullopt, kAgent)[0].rule.hostKeys.empty());
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
         TemplateCase{"AgentSignsAnything", request(RequestPurpose::signature("file"), kAgent),
                      Decision::deny, "Coding agent never signs"},
         TemplateCase{"UserSignsACommit", request(RequestPurpose::signature("git"), "/usr/bin/git"),
-                     Decision::askRemote, "Git commits via iPhone"},
+                     Decision::askRemote, "Git commits via phone"},
         TemplateCase{"UserSignsAFile", request(RequestPurpose::signature("file")),
                      Decision::askLocal, nullptr}),
     [](const ::testing::TestParamInfo<TemplateCase>& tested) { return tested.param.name; });
@@ -120,7 +120,7 @@ TEST(RuleTemplates, CodingAgentMayFetchEverywhereWhenNoHostIsGiven) {
 
 TEST(RuleVocabulary, LabelsDecisionsPurposesAndExplanations) {
   EXPECT_EQ(decisionLabel(Decision::allow), "Allow");
-  EXPECT_EQ(decisionLabel(Decision::askLocal), "Ask on this Mac");
+  EXPECT_EQ(decisionLabel(Decision::askLocal), "Ask on this computer");
   EXPECT_EQ(decisionLabel(Decision::askRemote), "Ask on my devices");
   EXPECT_EQ(decisionLabel(Decision::deny), "Deny");
   EXPECT_EQ(purposeLabel(PurposeMatch::login()), "Sign in (ssh, git fetch/push)");
