@@ -10,12 +10,10 @@
 #include "cli/Terminal.h"
 
 namespace quorvane::cli {
-namespace {
 
 const std::map<std::string, double> kWindows = {{"5m", 300},  {"15m", 900},   {"30m", 1800},
                                                 {"1h", 3600}, {"12h", 43200}, {"24h", 86400}};
 
-// The approval text of a request, as the terminal shows it.
 void showRequest(const JSON& request) {
   const JSON& origin = request["origin"];
   std::cout << "\n" << request.value("reason", "") << "\n";
@@ -36,43 +34,10 @@ void showRequest(const JSON& request) {
     std::cout << "  folder   " << origin.value("workingDirectory", "") << "\n";
 }
 
+namespace {
+
 JSON answerMessage(const std::string& id, bool approve, const std::string& frontend) {
   return {{"message", "answer"}, {"id", id}, {"approve", approve}, {"frontend", frontend}};
-}
-
-// The interactive prompt: shows every request as it arrives and reads the answer.
-void watch() {
-  auto client = ControlClient::connect();
-  if (!client) throw CommandFailure("the agent is not running (start it with quorvane-agent)");
-  client->request({{"message", "watch"}});
-  std::cout << "Waiting for signature requests (Ctrl-C to stop)…\n";
-  while (auto event = client->next()) {
-    if (event->value("event", "") != "request") continue;
-    const JSON request = (*event)["request"];
-    showRequest(request);
-    const bool window = request.value("windowAllowed", false);
-    std::cout << "  [o]nce" << (window ? ", [w]indow (5m 15m 30m 1h 12h 24h)" : "")
-              << ", [d]eny, deny and [b]lock > " << std::flush;
-    std::string answer;
-    if (!std::getline(std::cin, answer)) return;
-    JSON message = answerMessage(request.value("id", ""), true, "quorvane watch");
-    if (answer == "d" || answer == "deny") {
-      message["approve"] = false;
-    } else if (answer == "b" || answer == "block") {
-      message["approve"] = false;
-      message["block"] = true;
-    } else if (window && (answer == "w" || kWindows.contains(answer))) {
-      message["windowSeconds"] = kWindows.at(answer == "w" ? "15m" : answer);
-    } else if (answer != "o" && answer != "once") {
-      std::cout << "  Not an answer; the request keeps waiting. Use quorvane approve or deny.\n";
-      continue;
-    }
-    auto second = ControlClient::connect();
-    JSON result = second ? second->exchange(message, answerPresencePrompt)
-                         : JSON{{"ok", false}, {"error", "agent gone"}};
-    std::cout << (result.value("ok", false) ? "  Answered.\n"
-                                            : "  " + result.value("error", "refused") + "\n");
-  }
 }
 
 }  // namespace
@@ -127,7 +92,7 @@ void addApprovalCommands(CLI::App& app) {
   });
 
   app.add_subcommand("watch", "show each signature request as it comes and answer it")
-      ->callback(watch);
+      ->callback(watchRequests);
 }
 
 void addLockCommands(CLI::App& app) {

@@ -1,10 +1,13 @@
 #include "cli/CommandSupport.h"
 
+#include <unistd.h>
+
 #include <iostream>
 
 #include "ControlProtocol/ControlClient.h"
 #include "ControlProtocol/ControlMessages.h"
 #include "SSHWire/SSHPublicKey.h"
+#include "cli/Commands.h"
 #include "cli/Terminal.h"
 
 namespace quorvane::cli {
@@ -50,8 +53,12 @@ void requireFreeName(const std::vector<KeyRecord>& records, const std::string& n
       throw CommandFailure("a key named “" + name + "” already exists; " + wayOut);
 }
 
-std::string counted(int64_t count, const std::string& one, const std::string& many) {
-  return std::to_string(count) + " " + (count == 1 ? one : many);
+void confirmChange(const std::string& question, bool yes, const std::string& action,
+                   const std::string& declined) {
+  if (yes) return;
+  if (!::isatty(STDIN_FILENO))
+    throw CommandFailure("add --yes to " + action + " without a terminal", 2);
+  if (!confirm(question)) throw CommandFailure(declined);
 }
 
 void addJSONFlag(CLI::App* command, bool& json) {

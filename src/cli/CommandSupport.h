@@ -1,21 +1,30 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "AgentState/SupportState.h"
+#include "Base/Counted.h"
 #include "Base/JSONReader.h"
 #include "KeyStore/KeyRecord.h"
 
 namespace quorvane::cli {
 
-// A failure to report to the user: the message is printed as "quorvane: " + message, exit 1.
+// A failure to report to the user: the message is printed as "quorvane: " + message, and the
+// program exits with `exitCode` (1; 2 for a command line that cannot go on without a terminal).
 struct CommandFailure : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit CommandFailure(const std::string& message, int code = 1)
+      : std::runtime_error(message), exitCode(code) {}
+  int exitCode;
 };
+
+// The one rule for commands that change something: with --yes (`yes`) they go ahead; on a
+// terminal they ask `question` and stop with `declined` unless the answer is yes; without a
+// terminal they stop with exit 2 and say to add --yes to `action` ("delete a key").
+void confirmChange(const std::string& question, bool yes, const std::string& action,
+                   const std::string& declined = "nothing changed");
 
 // Prints a JSON value for scripts (pretty, one value per run).
 void printJSON(const JSON& value);
@@ -39,9 +48,6 @@ KeyRecord findKey(const std::vector<KeyRecord>& records, const std::string& name
 // names are how every command finds a key, so two keys never share one.
 void requireFreeName(const std::vector<KeyRecord>& records, const std::string& name,
                      const std::string& wayOut, const UUID* self = nullptr);
-
-// "1 entry", "2 entries".
-std::string counted(int64_t count, const std::string& one, const std::string& many);
 
 // Shorthand for a subcommand's `--json` flag.
 void addJSONFlag(CLI::App* command, bool& json);

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <string>
+
+#include "Base/JSONReader.h"
 
 namespace quorvane::cli {
 
@@ -11,6 +14,8 @@ void addKeyCommands(CLI::App& app);
 void addImportCommand(CLI::App& keys);
 void addApprovalCommands(CLI::App& app);
 void addLockCommands(CLI::App& app);
+// `blocks` and `unblock`: the denial limiter's blocks.
+void addBlockCommands(CLI::App& app);
 void addRuleCommands(CLI::App& app);
 void addLogCommands(CLI::App& app);
 void addSetupCommands(CLI::App& app);
@@ -21,6 +26,16 @@ void addDoctorCommands(CLI::App& app);
 // `presence` (on, off) and `remote` (pause, resume).
 void addPresenceCommands(CLI::App& app);
 void addRemoteCommands(CLI::App& app);
+
+// The approval windows by the names the commands take ("5m" … "24h"), in seconds.
+extern const std::map<std::string, double> kWindows;
+// The approval text of a request, as the terminal shows it.
+void showRequest(const JSON& request);
+// `watch`: shows exactly the requests that wait now and takes the answers.
+void watchRequests();
+
+// Prints the blocks in force, a line each; nothing when there are none.
+void showBlocks();
 
 // Asks a yes/no question on the terminal; false without a terminal.
 bool confirm(const std::string& question);

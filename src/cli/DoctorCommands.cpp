@@ -112,6 +112,14 @@ void uninstall() {
                         : "No unit was installed; the agent service is stopped.\n");
 }
 
+void restart() {
+  if (!userManagerAvailable()) throw CommandFailure(kNoUserManager);
+  if (!std::filesystem::exists(agentUnitPath()))
+    throw CommandFailure("the agent service is not installed; run quorvane agent install");
+  systemctlOrFail({"restart", std::string(kAgentUnitName)});
+  std::cout << "Restarted the agent.\n";
+}
+
 void status() {
   std::filesystem::path unit = agentUnitPath();
   bool installed = std::filesystem::exists(unit);
@@ -157,6 +165,7 @@ void addDoctorCommands(CLI::App& app) {
   installCommand->callback(install);
   agent->add_subcommand("uninstall", "stop the agent service and remove its unit")
       ->callback(uninstall);
+  agent->add_subcommand("restart", "stop the agent service and start it again")->callback(restart);
   CLI::App* statusCommand =
       agent->add_subcommand("status", "whether the service is installed, enabled and running");
   addJSONFlag(statusCommand, options.json);

@@ -82,6 +82,29 @@ ParsedPrivateKey parseWithProgress(const SecureBytes& text, const SecureBytes& p
   return work.get();
 }
 
+// How many times a passphrase typed on the terminal may be wrong before the import gives up.
+constexpr int kPassphraseTries = 3;
+
+// Parses a key file that needs a passphrase nobody gave: asks on the terminal, again after a
+// wrong one, up to kPassphraseTries times. Without a terminal it says how to give one.
+ParsedPrivateKey parseAskingForPassphrase(const SecureBytes& text) {
+  for (int attempt = 1;; ++attempt) {
+    std::optional<SecureBytes> passphrase =
+        readSecretFromTerminal("Passphrase for " + options.file + ": ");
+    if (!passphrase)
+      throw CommandFailure(
+          "this key is protected by a passphrase and there is no terminal to ask for it; give it "
+          "with --passphrase-file FILE or --passphrase-stdin");
+    try {
+      return parseWithProgress(text, *passphrase);
+    } catch (const KeyImportError& error) {
+      if (error.kind() != KeyImportError::Kind::wrongPassphrase || attempt == kPassphraseTries)
+        throw CommandFailure(printable(importErrorMessage(error)));
+      std::cerr << "Wrong passphrase; try again.\n";
+    }
+  }
+}
+
 void importKey() {
   const SecureBytes text = readKeyFile(options.file);
   std::optional<SecureBytes> passphrase = givenPassphrase();
@@ -91,13 +114,7 @@ void importKey() {
   } catch (const KeyImportError& error) {
     if (error.kind() != KeyImportError::Kind::passphraseRequired || passphrase)
       throw CommandFailure(printable(importErrorMessage(error)));
-    passphrase = readSecretFromTerminal("Passphrase for " + options.file + ": ");
-    if (!passphrase) throw CommandFailure(importErrorMessage(error));
-    try {
-      parsed = parseWithProgress(text, *passphrase);
-    } catch (const KeyImportError& again) {
-      throw CommandFailure(printable(importErrorMessage(again)));
-    }
+    parsed = parseAskingForPassphrase(text);
   }
 
   std::string name = options.name;

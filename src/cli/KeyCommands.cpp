@@ -132,9 +132,9 @@ void addKeyCommands(CLI::App& app) {
   remove->callback([] {
     auto store = SupportState::open().openKeyStore();
     KeyRecord record = findKey(store->records(), deleteName);
-    if (!deleteYes && !confirm("Delete the key “" + record.name + "” (" +
-                               fingerprint(record.publicKeyBlob) + ")? It cannot be undone."))
-      throw CommandFailure("nothing deleted");
+    confirmChange("Delete the key “" + record.name + "” (" + fingerprint(record.publicKeyBlob) +
+                      ")? It cannot be undone.",
+                  deleteYes, "delete a key", "nothing deleted");
     store->remove(record.id);
     notifyAgentOfChange();
     std::cout << "Deleted the key “" << record.name << "”.\n";

@@ -83,9 +83,8 @@ void exportLog() {
 
 void purge() {
   const Date before = parseDate(options.before, "--before");
-  if (!options.yes &&
-      !confirm("Delete every log entry before " + before.iso8601() + "? This cannot be undone."))
-    throw CommandFailure("nothing deleted");
+  confirmChange("Delete every log entry before " + before.iso8601() + "? This cannot be undone.",
+                options.yes, "purge the log", "nothing deleted");
   int64_t deleted = SupportState::open().openActivityLog()->purge(before, SystemClock().now());
   std::cout << "Deleted " << counted(deleted, "entry", "entries") << ".\n";
 }

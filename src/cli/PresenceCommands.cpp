@@ -1,8 +1,11 @@
 #include <iostream>
 
+#include "AgentState/PresenceSetting.h"
 #include "AgentState/RemotePause.h"
 #include "ControlProtocol/ControlClient.h"
 #include "ControlProtocol/ControlMessages.h"
+#include "Platform/AccountPassword.h"
+#include "Platform/PAMPresenceVerifier.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 
@@ -32,7 +35,17 @@ void addPresenceCommands(CLI::App& app) {
                        "approve without a password or fingerprint (for machines that have "
                        "neither); verifies one last time first")
       ->callback([] {
-        askAgentWithPresence({{"message", "presence"}, {"enabled", false}});
+        if (ControlClient::connect()) {
+          askAgentWithPresence({{"message", "presence"}, {"enabled", false}});
+        } else {
+          // Without an agent nothing can verify; an account that never could may still choose.
+          const auto user = PAMPresenceVerifier::currentUserName();
+          if (!user || accountPassword(*user) != AccountPassword::unusable)
+            throw CommandFailure(
+                "the agent is not running; start it first, since turning verification off needs "
+                "one last verification");
+          savePresenceVerification(SupportState::open(), false);
+        }
         std::cout << "Presence verification is off: any of your programs can approve.\n";
       });
 }
@@ -51,10 +64,8 @@ void addRemoteCommands(CLI::App& app) {
   CLI::App* resume = remote->add_subcommand("resume", "send requests to your paired devices again");
   resume->add_flag("--yes", yes, "do not ask to confirm");
   resume->callback([] {
-    if (!yes && !confirm("send requests to your paired devices again")) {
-      std::cout << "Remote approval stays paused.\n";
-      return;
-    }
+    confirmChange("Send requests to your paired devices again?", yes, "resume remote approval",
+                  "remote approval stays paused");
     askAgentWithPresence({{"message", "resumeRemote"}});
     std::cout << "Remote approval is on again.\n";
   });

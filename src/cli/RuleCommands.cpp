@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <iostream>
 #include <optional>
 
@@ -17,7 +19,7 @@ namespace {
 struct RuleOptions {
   std::string name, decision = "askLocal", purpose = "any";
   std::vector<std::string> keys, hostKeys, apps, directories, gitHints;
-  bool allowForwarded = false, json = false, yes = false;
+  bool allowForwarded = false, json = false, yes = false, allowAny = false;
   std::string deleteID;
   std::optional<size_t> templateNumber;
   std::optional<std::string> templateHostKey, codingAgent;
@@ -68,12 +70,6 @@ void printRule(const Rule& rule) {
             << "  " << ruleExplanation(rule) << "\n";
 }
 
-// Asks on a terminal unless --yes; a script (no terminal) goes ahead.
-void confirmOrStop(const std::string& action) {
-  if (options.yes || !::isatty(STDIN_FILENO)) return;
-  if (!confirm("Confirm to " + action + ".")) throw CommandFailure("nothing changed");
-}
-
 std::vector<RuleTemplate> currentTemplates() {
   return ruleTemplates(options.templateHostKey, options.codingAgent);
 }
@@ -103,8 +99,46 @@ void list() {
   for (const Rule& rule : file.rules) printRule(rule);
 }
 
+// Whether `text` is a host key fingerprint as ssh-keygen -lf prints it: "SHA256:" and the 43
+// unpadded base64 characters of the digest.
+bool isHostKeyFingerprint(std::string_view text) {
+  constexpr std::string_view kPrefix = "SHA256:";
+  if (!text.starts_with(kPrefix) || text.size() != kPrefix.size() + 43) return false;
+  return std::ranges::all_of(text.substr(kPrefix.size()), [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '+' || c == '/';
+  });
+}
+
+// Refuses host keys and folders that could never match a request.
+void checkConditions(const Rule& rule) {
+  for (const std::string& hostKey : rule.hostKeys)
+    if (!isHostKeyFingerprint(hostKey))
+      throw CommandFailure("“" + hostKey +
+                           "” is not a host key fingerprint: SHA256: and 43 base64 characters, as "
+                           "ssh-keygen -lf prints them");
+  for (const std::string& folder : rule.directoryPrefixes)
+    if (!folder.starts_with('/'))
+      throw CommandFailure("“" + folder + "” is not an absolute folder; --dir takes one such as " +
+                           "/home/me/src");
+}
+
+// An allow rule without keys, hosts, programs or folders signs for any program that reaches the
+// agent: it takes an answer of its own on a terminal, and --allow-any without one.
+void confirmAllowingAny(const Rule& rule) {
+  const bool unconditional = rule.keyFingerprints.empty() && rule.hostKeys.empty() &&
+                             rule.appIdentifiers.empty() && rule.directoryPrefixes.empty();
+  if (rule.decision != Decision::allow || !unconditional || options.allowAny) return;
+  const std::string warning = "This rule lets every key sign for every host without asking you.";
+  if (!::isatty(STDIN_FILENO))
+    throw CommandFailure(warning + " Add --allow-any to save it without a terminal.", 2);
+  if (!confirm(warning + " Save it anyway?")) throw CommandFailure("nothing changed");
+}
+
 void saveNewRule(const SupportState& support, RulesFile& file, Rule rule) {
-  confirmOrStop(saveRuleConfirmation(rule.name));
+  checkConditions(rule);
+  printRule(rule);
+  confirmAllowingAny(rule);
+  confirmChange("Confirm to " + saveRuleConfirmation(rule.name) + ".", options.yes, "save a rule");
   file.rules.push_back(rule);
   RulesFile::save(support, file.rules);
   notifyAgentOfChange();
@@ -157,7 +191,7 @@ void remove() {
       file.rules, [](const Rule& rule) { return rule.id.uuidString() == options.deleteID; });
   if (found == file.rules.end()) throw CommandFailure("no rule has the id " + options.deleteID);
   const std::string name = found->name;
-  confirmOrStop(deleteRuleConfirmation(name));
+  confirmChange("Confirm to " + deleteRuleConfirmation(name) + ".", options.yes, "delete a rule");
   file.rules.erase(found);
   RulesFile::save(support, file.rules);
   notifyAgentOfChange();
@@ -191,6 +225,8 @@ void addRuleCommands(CLI::App& app) {
   addCommand->add_flag("--allow-forwarded", options.allowForwarded,
                        "also for connections forwarded with ssh -A");
   addCommand->add_flag("--yes", options.yes, "do not ask for confirmation");
+  addCommand->add_flag("--allow-any", options.allowAny,
+                       "confirm an allow rule that matches every key and every host");
   CLI::Option* templateOption = addCommand->add_option(
       "--template", options.templateNumber,
       "start from template N of quorvane rules templates (with the same --host-key and "

@@ -109,8 +109,8 @@ void setupSSH() {
     std::cout << "Dry run: nothing written.\n";
     return;
   }
-  if (!options.yes && !confirm("Write these changes to " + path.string() + "?"))
-    throw CommandFailure("nothing changed");
+  confirmChange("Write these changes to " + path.string() + "?", options.yes,
+                "write " + path.string());
 
   auto backup =
       SafeFileWriter::write(after, path, supportFolder() / "backups", SystemClock().now());

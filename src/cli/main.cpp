@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
   quorvane::cli::addKeyCommands(app);
   quorvane::cli::addApprovalCommands(app);
   quorvane::cli::addLockCommands(app);
+  quorvane::cli::addBlockCommands(app);
   quorvane::cli::addRuleCommands(app);
   quorvane::cli::addLogCommands(app);
   quorvane::cli::addSetupCommands(app);
@@ -24,6 +25,9 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error);
+  } catch (const quorvane::cli::CommandFailure& failure) {
+    std::cerr << "quorvane: " << failure.what() << "\n";
+    return failure.exitCode;
   } catch (const std::exception& error) {
     std::cerr << "quorvane: " << error.what() << "\n";
     return 1;

@@ -39,6 +39,9 @@ class SizedHome {
         home_ / "agent.log");
     EXPECT_TRUE(eventually([&] { return std::filesystem::exists(socket()); }))
         << readFile(home_ / "agent.log");
+    // Doctor judges presence verification by the system's PAM service and the account's
+    // password, which the private service here replaces; off, it is only a warning.
+    EXPECT_EQ(quorvane({"presence", "off"}).exitCode, 0);
   }
   void stopAgent() {
     if (agent_) {
@@ -90,7 +93,7 @@ TEST(Doctor, ReportsARunningAgentItsKeysAndHostsThenAStoppedOne) {
   EXPECT_EQ(levelAndDetail(checks["~/.ssh/config"]),
             "warning: 1 of 3 hosts don't use Quorvane: excluded.example. That's fine if you "
             "excluded them on purpose.");
-  EXPECT_EQ(levelAndDetail(checks["Keys in the Keychain"]), "ok: 2 keys available");
+  EXPECT_EQ(levelAndDetail(checks["Keys in Quorvane's keychain"]), "ok: 2 keys available");
   EXPECT_EQ(checks.count("ssh-agent"), 0u);
 
   // A key whose secret is gone, then the agent stopped.
@@ -103,11 +106,11 @@ TEST(Doctor, ReportsARunningAgentItsKeysAndHostsThenAStoppedOne) {
   EXPECT_NE(code, 0);
   EXPECT_EQ(levelAndDetail(checks["Agent answers"]),
             "problem: Quorvane Agent isn't running. SSH and Git can't use your keys. Restart it "
-            "with Stop Agent and Start Agent.");
+            "with quorvane agent restart.");
   EXPECT_EQ(levelAndDetail(checks["Socket path"]),
             "warning: ~/.ssh/quorvane/agent.sock is missing. The agent recreates it within a "
             "minute after it starts.");
-  EXPECT_EQ(levelAndDetail(checks["Keys in the Keychain"]),
+  EXPECT_EQ(levelAndDetail(checks["Keys in Quorvane's keychain"]),
             "problem: Unavailable: spare. They can't sign; create replacements and update your "
             "services.");
 }
@@ -209,7 +212,7 @@ TEST(AgentService, InstallWritesTheUnitAndEnablesIt) {
 TEST(RulesTemplates, ListAddAndShowInTheEditorsWords) {
   SizedHome home;
   EXPECT_EQ(home.quorvane({"rules", "templates"}).output,
-            "1. Never allow forwarded sign-ins\n2. Git commits: ask on my iPhone\n");
+            "1. Never allow forwarded sign-ins\n2. Git commits: ask on my phone\n");
   JSON five = JSON::parse(home.quorvane({"rules", "templates", "--host-key", "SHA256:h",
                                          "--coding-agent", "/usr/bin/claude", "--json"})
                               .output);
@@ -220,9 +223,11 @@ TEST(RulesTemplates, ListAddAndShowInTheEditorsWords) {
   EXPECT_EQ(home.quorvane({"rules", "list"}).output,
             "Without rules, Quorvane asks you every time. Add a rule from a template to stop "
             "asking for things you always allow.\n");
-  EXPECT_EQ(home.quorvane({"rules", "add", "--template", "1"}).exitCode, 0);
-  EXPECT_NE(home.quorvane({"rules", "add", "--template", "3"}).exitCode, 0);
-  EXPECT_NE(home.quorvane({"rules", "add", "--template", "1", "--decision", "allow"}).exitCode, 0);
+  EXPECT_EQ(home.quorvane({"rules", "add", "--template", "1", "--yes"}).exitCode, 0);
+  EXPECT_NE(home.quorvane({"rules", "add", "--template", "3", "--yes"}).exitCode, 0);
+  EXPECT_NE(
+      home.quorvane({"rules", "add", "--template", "1", "--decision", "allow", "--yes"}).exitCode,
+      0);
   JSON rules = JSON::parse(home.quorvane({"rules", "list", "--json"}).output);
   ASSERT_EQ(rules.size(), 1u);
   EXPECT_EQ(rules[0]["name"], "No forwarded sign-ins");
@@ -246,6 +251,31 @@ TEST(RulesTemplates, ListAddAndShowInTheEditorsWords) {
   EXPECT_EQ(home.quorvane({"rules", "list"}).output,
             "The rules file was changed outside Quorvane and is ignored. Every request asks until "
             "you save rules here again.\n");
+}
+
+// A rule whose conditions could never match is refused; one that allows everything needs
+// --allow-any besides --yes without a terminal.
+TEST(RulesAdd, ChecksEveryConditionAndConfirmsAllowingAnything) {
+  SizedHome home;
+  const std::string hostKey = "SHA256:" + std::string(43, 'A');
+  for (const std::vector<std::string>& refused :
+       {std::vector<std::string>{"--host-key", "notafingerprint"},
+        std::vector<std::string>{"--host-key", "SHA256:short"},
+        std::vector<std::string>{"--dir", "relative/dir"},
+        std::vector<std::string>{"--key", "no-such-key"}}) {
+    std::vector<std::string> command = {"rules", "add", "--decision", "allow", "--yes"};
+    command.insert(command.end(), refused.begin(), refused.end());
+    EXPECT_EQ(home.quorvane(command).exitCode, 1) << refused[1];
+  }
+  EXPECT_EQ(home.quorvane({"rules", "add", "--decision", "allow", "--yes"}).exitCode, 2);
+  EXPECT_EQ(JSON::parse(home.quorvane({"rules", "list", "--json"}).output).size(), 0u);
+
+  const std::string shown = home.quorvane({"rules", "add", "--decision", "allow", "--host-key",
+                                           hostKey, "--dir", "/home/me/src", "--yes"})
+                                .output;
+  EXPECT_NE(shown.find(hostKey), std::string::npos) << "the rule is shown before it is saved";
+  home.quorvane({"rules", "add", "--decision", "allow", "--yes", "--allow-any"});
+  EXPECT_EQ(JSON::parse(home.quorvane({"rules", "list", "--json"}).output).size(), 2u);
 }
 
 }  // namespace

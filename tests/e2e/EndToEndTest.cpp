@@ -96,6 +96,12 @@ TEST_F(EndToEnd, SSHKeygenSignsAfterApprovalAndTheSignatureVerifies) {
   JSON entry = quorvane.lastEntry();
   EXPECT_EQ(entry["purpose"], "sign:file");
   EXPECT_EQ(entry["outcome"], "signed");
+
+  // The agent's own output tells the key count after the change, the wait and the outcome.
+  const std::string output = readFile(quorvane.home() / "agent.log");
+  EXPECT_NE(output.find("serving 1 key\n"), std::string::npos) << output;
+  EXPECT_NE(output.find("waiting for your decision: "), std::string::npos) << output;
+  EXPECT_NE(output.find("with key “signer”, sign:file; decided by "), std::string::npos) << output;
 }
 
 TEST_F(EndToEnd, SSHLoginsAreBoundToTheRealHostAndRulesCanAllowThem) {
@@ -115,7 +121,7 @@ TEST_F(EndToEnd, SSHLoginsAreBoundToTheRealHostAndRulesCanAllowThem) {
   EXPECT_EQ(entry["hostKeyFingerprint"], server.hostKeyFingerprint());
 
   quorvane.quorvane({"rules", "add", "--name", "this server", "--decision", "allow", "--purpose",
-                     "login", "--host-key", server.hostKeyFingerprint()});
+                     "login", "--host-key", server.hostKeyFingerprint(), "--yes"});
   EXPECT_EQ(runCommand(ssh(server.port(), {"true"})).exitCode, 0) << "no prompt this time";
   EXPECT_EQ(quorvane.lastEntry()["decidedBy"], "rule “this server”");
 }
@@ -127,7 +133,7 @@ TEST_F(EndToEnd, AForwardedLoginShowsItsHopAndNeedsAllowForwarded) {
   const auto knownHosts = quorvane.home() / ".ssh" / "known_hosts";
   writeFile(knownHosts, jump.knownHostsLine() + "\n" + target.knownHostsLine() + "\n");
   quorvane.quorvane({"rules", "add", "--name", "target", "--decision", "allow", "--purpose",
-                     "login", "--host-key", target.hostKeyFingerprint()});
+                     "login", "--host-key", target.hostKeyFingerprint(), "--yes"});
 
   // On the jump host, ssh uses the forwarded agent (SSH_AUTH_SOCK set by sshd).
   auto login = inBackground(
@@ -267,6 +273,13 @@ TEST_F(EndToEnd, ImportedKeysSignLikeTheFileTheyCameFrom) {
                         "laptop rsa", "-f", key.string()})
                 .exitCode,
             0);
+  // Without a terminal to ask on, the refusal says how to give the passphrase.
+  const CommandResult noTerminal =
+      runCommand({"sh", "-c", "\"$0\" keys import \"$1\" 2>&1", QUORVANE_CLI_BINARY, key.string()});
+  EXPECT_EQ(noTerminal.exitCode, 1);
+  EXPECT_NE(noTerminal.output.find("give it with --passphrase-file FILE or --passphrase-stdin"),
+            std::string::npos)
+      << noTerminal.output;
   writeFile(quorvane.home() / "passphrase", "wrong\n");
   CommandResult wrong = quorvane.quorvane({"keys", "import", key.string(), "--passphrase-file",
                                            (quorvane.home() / "passphrase").string()},
@@ -344,7 +357,8 @@ TEST_F(EndToEnd, ApproveUnlockAndRemoteResumeAskForPresenceAndTheTypedAnswerDeci
                                          (quorvane.home() / "present.pub").string(),
                                          (quorvane.home() / "message").string()};
   const std::string right = std::string(kTypedSecret) + "\n";
-  for (const std::string& typed : {std::string("wrong\n"), right}) {
+  // Three wrong answers deny (each wrong one is asked for again); a right one signs.
+  for (const std::string& typed : {std::string("wrong\nwrong\nwrong\n"), right}) {
     auto signing = inBackground(sign);
     const std::string id = quorvane.waitForPending(1)[0]["id"];
     CommandResult approve = quorvane.quorvaneTyping({"approve", id}, typed);
@@ -371,7 +385,8 @@ TEST_F(EndToEnd, ApproveUnlockAndRemoteResumeAskForPresenceAndTheTypedAnswerDeci
   };
   EXPECT_EQ(quorvane.quorvane({"remote", "pause"}).output, "Remote approval is paused.\n");
   EXPECT_TRUE(paused());
-  EXPECT_EQ(quorvane.quorvane({"remote", "resume"}).output, "Remote approval stays paused.\n");
+  EXPECT_EQ(quorvane.quorvane({"remote", "resume"}, true).exitCode, 2)
+      << "without a terminal to confirm on, only --yes resumes";
   EXPECT_NE(quorvane.quorvaneTyping({"remote", "resume", "--yes"}, "wrong\n").exitCode, 0);
   EXPECT_TRUE(paused());
   EXPECT_EQ(quorvane.quorvaneTyping({"remote", "resume", "--yes"}, right).output,

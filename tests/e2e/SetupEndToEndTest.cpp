@@ -31,7 +31,7 @@ TEST(SetupSSH, SSHUsesTheAgentForEveryHostButTheExcludedAndUndoRestoresTheFile) 
   EXPECT_EQ(dryRun["changed"], true);
   EXPECT_EQ(dryRun["written"], false);
   EXPECT_EQ(dryRun["diff"][0]["kind"], "added");
-  EXPECT_EQ(quorvane.quorvane({"setup", "ssh", "--exclude", "legacy"}, true).exitCode, 1)
+  EXPECT_EQ(quorvane.quorvane({"setup", "ssh", "--exclude", "legacy"}, true).exitCode, 2)
       << "without a terminal to confirm on, nothing is written";
   EXPECT_EQ(readFile(config), mine);
 
