@@ -11,18 +11,7 @@ namespace {
 // doctor, refuses the next request without a prompt, and is lifted by the user.
 TEST(Blocks, AreListedShownAndLiftedByTheUser) {
   QuorvaneHome quorvane;
-  quorvane.quorvane({"keys", "generate", "signer"});
-  const std::string publicKey = quorvane.quorvane({"keys", "public", "signer"}).output;
-  writeFile(quorvane.home() / "signer.pub", publicKey);
-  writeFile(quorvane.home() / "message", "release 1.0\n");
-  const std::vector<std::string> sign = {"ssh-keygen",
-                                         "-Y",
-                                         "sign",
-                                         "-n",
-                                         "file",
-                                         "-f",
-                                         (quorvane.home() / "signer.pub").string(),
-                                         (quorvane.home() / "message").string()};
+  const std::vector<std::string> sign = quorvane.signingCommand("signer");
   auto signing = std::async(std::launch::async, [&] { return runCommand(sign); });
   JSON pending = quorvane.waitForPending(1);
   ASSERT_EQ(pending.size(), 1u);

@@ -166,6 +166,21 @@ void QuorvaneHome::approveNext(const std::vector<std::string>& extra) {
   quorvane(command);
 }
 
+std::vector<std::string> QuorvaneHome::signingCommand(const std::string& name) {
+  quorvane({"keys", "generate", name});
+  const auto publicKey = home() / (name + ".pub");
+  writeFile(publicKey, quorvane({"keys", "public", name}).output);
+  writeFile(home() / "message", "release 1.0\n");
+  return {"ssh-keygen",
+          "-Y",
+          "sign",
+          "-n",
+          "file",
+          "-f",
+          publicKey.string(),
+          (home() / "message").string()};
+}
+
 JSON QuorvaneHome::lastEntry() {
   JSON entries = quorvaneJSON({"log", "--limit", "1"});
   return entries.empty() ? JSON() : entries[0];

@@ -68,6 +68,9 @@ class QuorvaneHome {
   void approveNext(const std::vector<std::string>& extra = {});
   // The newest activity entry.
   JSON lastEntry();
+  // Makes the key `name` and returns an ssh-keygen command that signs a small file with it
+  // through the agent (namespace "file"); each run of it is one request.
+  std::vector<std::string> signingCommand(const std::string& name);
 
   void startAgent();
   void stopAgent();

@@ -17,17 +17,7 @@ using namespace std::chrono_literals;
 // follows the agent when it stops and comes back.
 TEST(Watch, ShowsExactlyWhatWaitsAndFollowsTheAgent) {
   QuorvaneHome quorvane;
-  quorvane.quorvane({"keys", "generate", "signer"});
-  writeFile(quorvane.home() / "signer.pub", quorvane.quorvane({"keys", "public", "signer"}).output);
-  writeFile(quorvane.home() / "message", "release 1.0\n");
-  const std::vector<std::string> sign = {"ssh-keygen",
-                                         "-Y",
-                                         "sign",
-                                         "-n",
-                                         "file",
-                                         "-f",
-                                         (quorvane.home() / "signer.pub").string(),
-                                         (quorvane.home() / "message").string()};
+  const std::vector<std::string> sign = quorvane.signingCommand("signer");
   const auto fifo = quorvane.home() / "typed";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   const auto output = quorvane.home() / "watch.out";
@@ -75,14 +65,8 @@ TEST(Watch, ShowsExactlyWhatWaitsAndFollowsTheAgent) {
 // Deleting a key ends the requests that wait for it: nobody can approve what can no longer sign.
 TEST(PendingRequests, ForADeletedKeyEndAtOnce) {
   QuorvaneHome quorvane;
-  quorvane.quorvane({"keys", "generate", "doomed"});
-  writeFile(quorvane.home() / "doomed.pub", quorvane.quorvane({"keys", "public", "doomed"}).output);
-  writeFile(quorvane.home() / "message", "x");
-  auto signing = std::async(std::launch::async, [&] {
-    return runCommand({"ssh-keygen", "-Y", "sign", "-n", "file", "-f",
-                       (quorvane.home() / "doomed.pub").string(),
-                       (quorvane.home() / "message").string()});
-  });
+  const std::vector<std::string> sign = quorvane.signingCommand("doomed");
+  auto signing = std::async(std::launch::async, [&] { return runCommand(sign); });
   const std::string id = quorvane.waitForPending(1)[0]["id"];
   quorvane.quorvane({"keys", "delete", "doomed", "--yes"});
   EXPECT_TRUE(eventually([&] { return quorvane.quorvaneJSON({"pending"}).empty(); }));
