@@ -44,7 +44,8 @@ void unblock() {
 }  // namespace
 
 void showBlocks() {
-  for (const JSON& block : askAgent({{"message", "blocks"}})["blocks"])
+  const JSON answer = askAgent({{"message", "blocks"}});
+  for (const JSON& block : answer.value("blocks", JSON::array()))
     std::cout << "  blocked: " << block.value("text", "") << " (quorvane unblock lifts it)\n";
 }
 
