@@ -1,6 +1,7 @@
 #include "agent/AgentProgram.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,14 +32,38 @@
 #include "agent/ConnectionServer.h"
 #include "agent/ControlService.h"
 #include "agent/DaemonError.h"
-#include "agent/FrameIO.h"
-#include "agent/HangupWatch.h"
+#include "agent/FrameServer.h"
 #include "agent/ProgressReports.h"
 
 namespace quorvane {
 namespace {
 
 void say(const std::string& text) { std::fprintf(stderr, "quorvane-agent: %s\n", text.c_str()); }
+
+// Every client connection holds a descriptor, so the soft open-file limit (often 1024) is raised
+// to the hard one: thousands of idle connections are then no more than thousands of descriptors.
+void raiseOpenFileLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+    say("could not raise the open-file limit; fewer clients can be connected at once");
+}
+
+// One agent-socket client: its requests, answered one at a time.
+class AgentSession final : public FrameServer::Session {
+ public:
+  template <typename... Arguments>
+  explicit AgentSession(Arguments&&... arguments)
+      : connection_(std::forward<Arguments>(arguments)...) {}
+
+  Bytes answer(ByteView body, ClientWatch& watch) override {
+    return connection_.handle(body, watch).framed();
+  }
+
+ private:
+  AgentConnection connection_;
+};
 
 // Everything the running agent holds, wired together.
 struct RunningAgent {
@@ -124,22 +149,19 @@ struct RunningAgent {
     reload();
   }
 
-  void serveAgentConnection(int fd, std::stop_token shutdown) {
+  // A new client of the agent socket: its peer is captured now, at accept, and every request
+  // of the connection is judged as coming from it.
+  std::unique_ptr<FrameServer::Session> openAgentSession(int fd) {
     PeerOrigin peer;
     uint64_t startTime = 0;
     try {
       peer = capture(fd, ::getuid(), &startTime, &ancestors);
     } catch (const ProcessContextError&) {
-      return;  // another user's process, or one that is already gone: closed without an answer
+      return nullptr;  // another user's process, or one that is already gone: closed unanswered
     }
-    const ProcessInstance instance{peer.peerPID, startTime};
-    AgentConnection connection(*agent, announcements, *clock, buildRequestOrigin(peer),
-                               claimedHostOf(peer), instance);
-    HangupWatch watch(fd, shutdown);
-    while (auto body = readFrame(fd)) {
-      AgentResponse response = connection.handle(*body, watch);
-      if (!writeAll(fd, response.framed())) return;
-    }
+    return std::make_unique<AgentSession>(*agent, announcements, *clock, buildRequestOrigin(peer),
+                                          claimedHostOf(peer),
+                                          ProcessInstance{peer.peerPID, startTime});
   }
 };
 
@@ -159,6 +181,7 @@ int runAgentProgram(const AgentProgramOptions& options) {
   for (int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   ::signal(SIGPIPE, SIG_IGN);
+  raiseOpenFileLimit();
 
   try {
     const auto agentPath = options.agentSocket.empty() ? agentSocketPath() : options.agentSocket;
@@ -174,10 +197,8 @@ int runAgentProgram(const AgentProgramOptions& options) {
         *running.agent, *running.approver, *running.presence,
         {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
          [&](bool enabled) { savePresenceVerification(running.support, enabled); }});
-    ConnectionServer agentServer(
-        agentListener,
-        [&](int fd, std::stop_token stop) { running.serveAgentConnection(fd, stop); },
-        {.maxConnections = options.maxConnections});
+    FrameServer agentServer(agentListener, [&](int fd) { return running.openAgentSession(fd); },
+                            {.maxConnections = options.maxConnections});
     ConnectionServer controlServer(
         controlListener, [&](int fd, std::stop_token stop) { control.serve(fd, stop); }, {});
 

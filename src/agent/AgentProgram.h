@@ -8,7 +8,8 @@ namespace quorvane {
 struct AgentProgramOptions {
   std::filesystem::path agentSocket;    // default ~/.ssh/quorvane/agent.sock
   std::filesystem::path controlSocket;  // default ~/.ssh/quorvane/control.sock
-  size_t maxConnections = 64;
+  // Connections held at once (0: what the open-file limit allows).
+  size_t maxConnections = 0;
   // The folder with the PAM service file "quorvane" for presence verification. Empty: the
   // system's (/etc/pam.d). Only tests set it, to a private configuration.
   std::filesystem::path pamConfigDirectory;

@@ -13,7 +13,10 @@
 namespace quorvane {
 namespace {
 
-constexpr int kBacklog = 128;
+// Clients that connect at once wait here until a thread accepts them; the kernel caps it at
+// net.core.somaxconn. A short queue makes connect() block, and blocked connects are woken in no
+// particular order, which is unfair to the clients that came first.
+constexpr int kBacklog = 4096;
 
 sockaddr_un addressOf(const std::filesystem::path& path) {
   const std::string text = path.string();

@@ -13,8 +13,10 @@ int main(int argc, char** argv) {
                  "agent socket (default ~/.ssh/quorvane/agent.sock)");
   app.add_option("--control-socket", options.controlSocket,
                  "control socket for the quorvane command (default ~/.ssh/quorvane/control.sock)");
-  app.add_option("--max-connections", options.maxConnections,
-                 "clients served at once; more wait (default 64)");
+  app.add_option(
+      "--max-connections", options.maxConnections,
+      "client connections held open at once; further clients are closed without an answer "
+      "(default: as many as the open-file limit allows)");
   app.add_option("--pam-config-dir", options.pamConfigDirectory,
                  "read the PAM service \"quorvane\" for presence verification from this folder "
                  "instead of /etc/pam.d (for tests with a private PAM configuration)");

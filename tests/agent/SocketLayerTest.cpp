@@ -10,7 +10,6 @@
 #include "agent/ConnectionServer.h"
 #include "agent/DaemonError.h"
 #include "agent/FrameIO.h"
-#include "agent/HangupWatch.h"
 #include "support/TestSupport.h"
 
 namespace quorvane {
@@ -108,54 +107,6 @@ TEST_F(SocketLayer, EveryMissingFolderIsMadePrivate) {
     ASSERT_EQ(::stat(folder.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0700u) << folder;
   }
-}
-
-struct FrameCase {
-  std::string name;
-  Bytes sent;
-  bool readsABody;
-};
-
-class FrameLimits : public ::testing::TestWithParam<FrameCase> {};
-
-TEST_P(FrameLimits, FramesOfLengthZeroOrAboveTheLimitCloseWithoutAnAnswer) {
-  int pair[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-  FileDescriptor ours(pair[0]), theirs(pair[1]);
-  ASSERT_TRUE(writeAll(theirs.get(), GetParam().sent));
-  ::shutdown(theirs.get(), SHUT_WR);
-  EXPECT_EQ(readFrame(ours.get()).has_value(), GetParam().readsABody);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    SocketLayer, FrameLimits,
-    ::testing::Values(FrameCase{"WholeFrame", Framing::frame(bytesOf("\x0b")), true},
-                      FrameCase{"LengthZero", Bytes{0, 0, 0, 0}, false},
-                      FrameCase{"OneOverTheLimit", Bytes{0, 4, 0, 1}, false},  // 262145
-                      FrameCase{"TruncatedBody", Bytes{0, 0, 0, 5, 11}, false}),
-    [](const ::testing::TestParamInfo<FrameCase>& tested) { return tested.param.name; });
-
-TEST_F(SocketLayer, HangupWatchTellsAHangupFromAShutdown) {
-  int pair[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-  FileDescriptor ours(pair[0]), theirs(pair[1]);
-  std::stop_source shutdown;
-  HangupWatch watch(ours.get(), shutdown.get_token());
-  std::stop_token token = watch.token();
-  ASSERT_TRUE(writeAll(theirs.get(), bytesOf("ahead")));
-  std::this_thread::sleep_for(150ms);
-  EXPECT_FALSE(token.stop_requested()) << "data sent ahead is not a hangup";
-  theirs.reset();
-  EXPECT_TRUE(eventually([&] { return token.stop_requested(); }));
-  EXPECT_TRUE(watch.clientGone());
-
-  int other[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, other), 0);
-  FileDescriptor a(other[0]), b(other[1]);
-  shutdown.request_stop();
-  HangupWatch second(a.get(), shutdown.get_token());
-  EXPECT_TRUE(second.token().stop_requested()) << "the server already stopped";
-  EXPECT_FALSE(second.clientGone());
 }
 
 TEST_F(SocketLayer, ServerBoundsConnectionsRecreatesItsSocketAndStopsCleanly) {

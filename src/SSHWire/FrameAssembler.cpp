@@ -1,0 +1,52 @@
+#include "SSHWire/FrameAssembler.h"
+
+#include "SSHWire/Framing.h"
+#include "SSHWire/WireError.h"
+
+namespace quorvane {
+namespace {
+
+constexpr size_t kPrefixLength = 4;
+// A queue that once held a large frame gives its memory back when it empties: an idle connection
+// costs a few hundred bytes.
+constexpr size_t kRetainedCapacity = 4096;
+
+}  // namespace
+
+void FrameAssembler::append(ByteView bytes) {
+  queued_.insert(queued_.end(), bytes.begin(), bytes.end());
+}
+
+std::optional<uint32_t> FrameAssembler::declaredLength() const {
+  if (queued_.size() < kPrefixLength) return std::nullopt;
+  return Framing::readLength(ByteView(queued_.data(), kPrefixLength));
+}
+
+bool FrameAssembler::invalid() const {
+  try {
+    declaredLength();
+    return false;
+  } catch (const WireError&) {
+    return true;
+  }
+}
+
+bool FrameAssembler::frameReady() const {
+  try {
+    const std::optional<uint32_t> length = declaredLength();
+    return length && queued_.size() - kPrefixLength >= *length;
+  } catch (const WireError&) {
+    return false;
+  }
+}
+
+std::optional<Bytes> FrameAssembler::next() {
+  if (!frameReady()) return std::nullopt;
+  const auto end = queued_.begin() + static_cast<ptrdiff_t>(kPrefixLength + *declaredLength());
+  Bytes body(queued_.begin() + kPrefixLength, end);
+  queued_.erase(queued_.begin(), end);
+  if (queued_.empty() && queued_.capacity() > kRetainedCapacity) Bytes().swap(queued_);
+  return body;
+}
+
+}  // namespace quorvane
