@@ -209,20 +209,20 @@ TEST(FrameServer, RefusedClientsAndClientsPastTheBoundAreClosed) {
                        return std::make_unique<EchoSession>(waits);
                      },
                      {.maxConnections = 2});
-  std::stop_source stop;
-  std::jthread runner([&] { server.run(stop.get_token()); });
+  std::jthread runner([&](std::stop_token stop) { server.run(stop); });
 
+  // The server may close a turned-away client before its request is written: only the answer
+  // that never comes is checked.
   FileDescriptor refused = connectUnix(listener.path());
-  ASSERT_TRUE(writeAll(refused.get(), Framing::frame(bytesOf("hello"))));
+  writeAll(refused.get(), Framing::frame(bytesOf("hello")));
   EXPECT_FALSE(readFrame(refused.get()));
   FileDescriptor first = connectUnix(listener.path()), second = connectUnix(listener.path());
   ASSERT_TRUE(eventually([&] { return server.activeConnections() == 2; }));
   FileDescriptor third = connectUnix(listener.path());
-  ASSERT_TRUE(writeAll(third.get(), Framing::frame(bytesOf("hello"))));
+  writeAll(third.get(), Framing::frame(bytesOf("hello")));
   EXPECT_FALSE(readFrame(third.get()));
   ASSERT_TRUE(writeAll(first.get(), Framing::frame(bytesOf("hello"))));
   EXPECT_EQ(readFrame(first.get()), bytesOf("hello"));
-  stop.request_stop();
 }
 
 }  // namespace
