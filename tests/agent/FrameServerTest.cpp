@@ -17,16 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Waits, for at most five seconds, until `condition` holds.
-template <typename Condition>
-bool eventually(Condition condition) {
-  for (int i = 0; i < 500; ++i) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(10ms);
-  }
-  return condition();
-}
-
 // What the test sessions saw of requests that waited.
 struct Waits {
   std::atomic<int> started = 0;
@@ -85,12 +75,12 @@ struct FrameServing : ::testing::Test {
 TEST_F(FrameServing, HundredsOfIdleConnectionsDoNotStopANewClient) {
   std::vector<FileDescriptor> idle;
   for (int i = 0; i < 200; ++i) idle.push_back(connect());
-  ASSERT_TRUE(eventually([&] { return server.activeConnections() == 200; }));
+  ASSERT_TRUE(testing::eventually([&] { return server.activeConnections() == 200; }));
   FileDescriptor client = connect();
   EXPECT_TRUE(echoes(client.get(), "ping"));
   EXPECT_LE(server.threadCount(), 2u);
   idle.clear();
-  EXPECT_TRUE(eventually([&] { return server.activeConnections() == 1; }));
+  EXPECT_TRUE(testing::eventually([&] { return server.activeConnections() == 1; }));
 }
 
 // A client that sends half a frame and stalls, or hangs up mid-frame, delays nobody.
@@ -102,7 +92,7 @@ TEST_F(FrameServing, PartialFramesWaitWithoutHoldingOthersUp) {
   FileDescriptor other = connect();
   EXPECT_TRUE(echoes(other.get(), "served"));
   leaving.reset();
-  EXPECT_TRUE(eventually([&] { return server.activeConnections() == 2; }));
+  EXPECT_TRUE(testing::eventually([&] { return server.activeConnections() == 2; }));
 
   // The stalled client completes its frame and is answered.
   ASSERT_TRUE(writeAll(stalled.get(), ByteView(Framing::frame(bytesOf("late"))).subspan(2)));
@@ -139,7 +129,7 @@ TEST_P(FrameLimits, BadFramesCloseWithoutAnAnswer) {
   ::shutdown(client.get(), SHUT_WR);
   std::optional<Bytes> answer = readFrame(client.get());
   EXPECT_EQ(answer.has_value(), GetParam().answered);
-  EXPECT_TRUE(eventually([&] { return server.activeConnections() == 0; }));
+  EXPECT_TRUE(testing::eventually([&] { return server.activeConnections() == 0; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -156,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(FrameServing, AWaitingRequestLetsOthersBeServedAndSeesItsClientLeave) {
   FileDescriptor waiting = connect();
   ASSERT_TRUE(writeAll(waiting.get(), Framing::frame(bytesOf("wait"))));
-  ASSERT_TRUE(eventually([&] { return waits.started == 1; }));
+  ASSERT_TRUE(testing::eventually([&] { return waits.started == 1; }));
 
   std::vector<std::jthread> clients;
   std::atomic<int> answered = 0;
@@ -170,7 +160,7 @@ TEST_F(FrameServing, AWaitingRequestLetsOthersBeServedAndSeesItsClientLeave) {
   EXPECT_EQ(waits.endedByHangup + waits.endedByShutdown, 0);
 
   waiting.reset();
-  EXPECT_TRUE(eventually([&] { return waits.endedByHangup == 1; }));
+  EXPECT_TRUE(testing::eventually([&] { return waits.endedByHangup == 1; }));
   // The thread that stood in for the waiting one parks again: no thread per waiting request
   // stays in the loop.
   EXPECT_LE(server.threadCount(), 3u);
@@ -181,7 +171,7 @@ TEST_F(FrameServing, AWaitingRequestLetsOthersBeServedAndSeesItsClientLeave) {
 TEST_F(FrameServing, StoppingEndsWaitsAndReturns) {
   FileDescriptor waiting = connect(), idle = connect();
   ASSERT_TRUE(writeAll(waiting.get(), Framing::frame(bytesOf("wait"))));
-  ASSERT_TRUE(eventually([&] { return waits.started == 1; }));
+  ASSERT_TRUE(testing::eventually([&] { return waits.started == 1; }));
   stop.request_stop();
   runner.join();
   EXPECT_EQ(waits.endedByShutdown, 1);
@@ -191,7 +181,7 @@ TEST_F(FrameServing, StoppingEndsWaitsAndReturns) {
 // A deleted socket file is made again, and clients reach the server through it.
 TEST_F(FrameServing, MakesItsSocketFileAgain) {
   std::filesystem::remove(socketPath);
-  ASSERT_TRUE(eventually([&] { return std::filesystem::exists(socketPath); }));
+  ASSERT_TRUE(testing::eventually([&] { return std::filesystem::exists(socketPath); }));
   FileDescriptor client = connect();
   EXPECT_TRUE(echoes(client.get(), "after"));
 }
@@ -217,7 +207,7 @@ TEST(FrameServer, RefusedClientsAndClientsPastTheBoundAreClosed) {
   writeAll(refused.get(), Framing::frame(bytesOf("hello")));
   EXPECT_FALSE(readFrame(refused.get()));
   FileDescriptor first = connectUnix(listener.path()), second = connectUnix(listener.path());
-  ASSERT_TRUE(eventually([&] { return server.activeConnections() == 2; }));
+  ASSERT_TRUE(testing::eventually([&] { return server.activeConnections() == 2; }));
   FileDescriptor third = connectUnix(listener.path());
   writeAll(third.get(), Framing::frame(bytesOf("hello")));
   EXPECT_FALSE(readFrame(third.get()));

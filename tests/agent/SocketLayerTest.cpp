@@ -17,16 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Waits, for at most two seconds, until `condition` holds.
-template <typename Condition>
-bool eventually(Condition condition) {
-  for (int i = 0; i < 200; ++i) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(10ms);
-  }
-  return condition();
-}
-
 struct SocketLayer : ::testing::Test {
   testing::TemporaryDirectory home;
   std::filesystem::path socketPath = home.path() / "quorvane" / "agent.sock";
@@ -124,14 +114,14 @@ TEST_F(SocketLayer, ServerBoundsConnectionsRecreatesItsSocketAndStopsCleanly) {
   FileDescriptor one = connectUnix(socketPath), two = connectUnix(socketPath);
   FileDescriptor three = connectUnix(socketPath);  // waits in the backlog
   ASSERT_TRUE(one && two && three);
-  EXPECT_TRUE(eventually([&] { return served == 2; }));
+  EXPECT_TRUE(testing::eventually([&] { return served == 2; }));
   std::this_thread::sleep_for(100ms);
   EXPECT_EQ(served, 2);
   one.reset();
-  EXPECT_TRUE(eventually([&] { return served == 3; }));
+  EXPECT_TRUE(testing::eventually([&] { return served == 3; }));
 
   std::filesystem::remove(socketPath);
-  EXPECT_TRUE(eventually([&] { return std::filesystem::exists(socketPath); }));
+  EXPECT_TRUE(testing::eventually([&] { return std::filesystem::exists(socketPath); }));
   two.reset();
   FileDescriptor four = connectUnix(socketPath);
   ASSERT_TRUE(four);

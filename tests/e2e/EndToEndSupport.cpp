@@ -63,15 +63,6 @@ BackgroundProcess::~BackgroundProcess() {
   if (pid_ > 0) stop(SIGTERM);
 }
 
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(20ms);
-  }
-  return condition();
-}
-
 int freeLoopbackPort() {
   FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
   sockaddr_in address{};

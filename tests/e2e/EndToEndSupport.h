@@ -35,10 +35,6 @@ class BackgroundProcess {
   std::optional<int> exitCode_;
 };
 
-// Polls `condition` every 20 ms for at most `timeout`.
-bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds timeout = std::chrono::seconds(10));
-
 // A TCP port on 127.0.0.1 that was free a moment ago.
 int freeLoopbackPort();
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,10 @@ std::filesystem::path testDataPath(const std::string& name);
 
 // The whole contents of a file; fails the calling test if it cannot be read.
 std::string readFile(const std::filesystem::path& path);
+
+// Polls `condition` every 10 ms for at most `timeout`; whether it came to hold.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
 // A directory that exists for the life of this object and is removed with everything in it.
 class TemporaryDirectory {
