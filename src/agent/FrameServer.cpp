@@ -37,7 +37,11 @@ size_t defaultMaxConnections() {
                                  : limit.rlim_cur / 2);
 }
 
-size_t defaultRunners() { return std::max<size_t>(2, std::thread::hardware_concurrency()); }
+// Threads waiting for events: as asked, or one per processor and at least two.
+size_t runnersFor(const FrameServer::Options& options) {
+  if (options.runners > 0) return options.runners;
+  return std::max<size_t>(2, std::thread::hardware_concurrency());
+}
 
 // Writes a whole answer to a non-blocking socket; false when the client is gone or does not read.
 bool writeAnswer(int fd, ByteView bytes) {
@@ -139,8 +143,7 @@ FrameServer::FrameServer(UnixListener& listener, SessionFactory factory, Options
     : listener_(listener),
       factory_(std::move(factory)),
       options_(options),
-      pool_(options.runners > 0 ? options.runners : defaultRunners(),
-            (options.runners > 0 ? options.runners : defaultRunners()) + kMaxWaitingThreads,
+      pool_(runnersFor(options), runnersFor(options) + kMaxWaitingThreads,
             [this] { return step(); }) {
   if (options_.maxConnections == 0) options_.maxConnections = defaultMaxConnections();
 }
