@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const Bytes framed = Framing::frame(*body);
       reassembled.insert(reassembled.end(), framed.begin(), framed.end());
     }
-    if (assembler.invalid()) break;
+    if (assembler.status() == FrameAssembler::Status::invalid) break;
   }
   // What came out is exactly the start of what was sent.
   if (reassembled.size() > sent.size() ||

@@ -22,26 +22,17 @@ std::optional<uint32_t> FrameAssembler::declaredLength() const {
   return Framing::readLength(ByteView(queued_.data(), kPrefixLength));
 }
 
-bool FrameAssembler::invalid() const {
-  try {
-    declaredLength();
-    return false;
-  } catch (const WireError&) {
-    return true;
-  }
-}
-
-bool FrameAssembler::frameReady() const {
+FrameAssembler::Status FrameAssembler::status() const {
   try {
     const std::optional<uint32_t> length = declaredLength();
-    return length && queued_.size() - kPrefixLength >= *length;
+    return length && queued_.size() - kPrefixLength >= *length ? Status::ready : Status::incomplete;
   } catch (const WireError&) {
-    return false;
+    return Status::invalid;
   }
 }
 
 std::optional<Bytes> FrameAssembler::next() {
-  if (!frameReady()) return std::nullopt;
+  if (status() != Status::ready) return std::nullopt;
   const auto end = queued_.begin() + static_cast<ptrdiff_t>(kPrefixLength + *declaredLength());
   Bytes body(queued_.begin() + kPrefixLength, end);
   queued_.erase(queued_.begin(), end);

@@ -13,16 +13,19 @@ class FrameAssembler {
  public:
   void append(ByteView bytes);
 
+  enum class Status {
+    incomplete,  // no whole frame yet
+    ready,       // a whole frame is queued (what `next` returns)
+    // The queued bytes start with a length no frame may have (0, or above the wire limit):
+    // nothing more can be read from this client, and its connection closes without an answer.
+    invalid,
+  };
+  Status status() const;
+
   // The first whole frame's body, removed from the queue; nothing until one has arrived.
   std::optional<Bytes> next();
 
-  // Whether the queued bytes start with a length no frame may have (0, or above the wire limit):
-  // nothing more can be read from this client, and its connection closes without an answer.
-  bool invalid() const;
-
   bool empty() const { return queued_.empty(); }
-  // Whether a whole frame is queued (what `next` would return).
-  bool frameReady() const;
 
  private:
   // The body length the queued bytes start with; nothing before four bytes have arrived. Throws

@@ -201,7 +201,7 @@ void FrameServer::acceptClient() {
       spare_ = FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     }
     // The next client may be accepted by another thread while this one opens its session.
-    epollControl(epoll_.get(), EPOLL_CTL_MOD, listener_.fd(), EPOLLIN | EPOLLONESHOT, kListenerTag);
+    armListener(EPOLL_CTL_MOD);
   }
   if (!socket || activeConnections() >= options_.maxConnections) return;
   std::unique_ptr<Session> session = factory_(socket.get());
@@ -216,6 +216,10 @@ void FrameServer::acceptClient() {
   connection->session = std::move(session);
   if (stopping_) connection->watch.shutDown();
   serve(connection);
+}
+
+void FrameServer::armListener(int operation) {
+  epollControl(epoll_.get(), operation, listener_.fd(), EPOLLIN | EPOLLONESHOT, kListenerTag);
 }
 
 void FrameServer::handleEvent(const std::shared_ptr<Connection>& connection, uint32_t events) {
@@ -240,7 +244,7 @@ FrameServer::Reading FrameServer::readAvailable(Connection& connection) {
     const ssize_t got = ::recv(connection.socket(), chunk, sizeof chunk, 0);
     if (got > 0) {
       connection.input.append(ByteView(chunk, static_cast<size_t>(got)));
-      if (connection.input.frameReady() || connection.input.invalid()) return Reading::progress;
+      if (connection.input.status() != FrameAssembler::Status::incomplete) return Reading::progress;
     } else if (got == 0) {
       connection.endOfInput = true;
       return Reading::progress;
@@ -267,7 +271,9 @@ void FrameServer::serve(const std::shared_ptr<Connection>& owned) {
       connection.watch.requestEnded();
       if (!writeAnswer(connection.socket(), answer)) return close(connection);
     }
-    if (connection.input.invalid() || connection.endOfInput || stopping_) return close(connection);
+    if (connection.input.status() == FrameAssembler::Status::invalid || connection.endOfInput ||
+        stopping_)
+      return close(connection);
     switch (readAvailable(connection)) {
       case Reading::progress: continue;
       case Reading::failed: return close(connection);
@@ -287,7 +293,7 @@ void FrameServer::checkSocketFile() {
   if (listener_.stillInPlace()) return;
   try {
     listener_.recreate();
-    epollControl(epoll_.get(), EPOLL_CTL_ADD, listener_.fd(), EPOLLIN | EPOLLONESHOT, kListenerTag);
+    armListener(EPOLL_CTL_ADD);
     std::fprintf(stderr, "quorvane-agent: socket %s was missing; made it again\n",
                  listener_.path().c_str());
   } catch (const DaemonError& error) {
@@ -304,7 +310,7 @@ void FrameServer::run(std::stop_token stop) {
   epollControl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), EPOLLIN, kWakeTag);
   {
     MutexLock lock(listenerMutex_);
-    epollControl(epoll_.get(), EPOLL_CTL_ADD, listener_.fd(), EPOLLIN | EPOLLONESHOT, kListenerTag);
+    armListener(EPOLL_CTL_ADD);
   }
   pool_.start();
 

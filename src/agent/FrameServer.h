@@ -75,6 +75,8 @@ class FrameServer {
   // One turn of a pool thread: waits for one event and handles it. False once the server stops.
   bool step();
   void acceptClient();
+  // Lets the epoll set report the next client once (`operation`: add or modify).
+  void armListener(int operation) REQUIRES(listenerMutex_);
   // Answers every whole request the client has sent and reads what else is there, until nothing
   // is left to read (the connection goes back to the epoll set) or the connection ends.
   void serve(const std::shared_ptr<Connection>& connection);
