@@ -21,6 +21,7 @@
 #include <cctype>
 #include <chrono>
 #include <condition_variable>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <mutex>
@@ -30,6 +31,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "support/TestSupport.h"
 
 namespace quorvane::testing {
 
@@ -301,6 +304,55 @@ class ScriptedHTTPServer {
   std::atomic<bool> stoppingAtomic_{false};  // the same, for the streams' loops
   std::vector<RecordedRequest> requests_;    // guarded by mutex_
   std::vector<std::thread> connections_;     // guarded by mutex_
+};
+
+// An HTTP Date header ("Sun, 06 Nov 1994 08:49:37 GMT") for this moment shifted by `offset`
+// seconds; whole seconds, as servers send it.
+inline std::string httpDate(double offset = 0) {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto moment = static_cast<std::time_t>(
+      std::chrono::duration_cast<std::chrono::duration<double>>(now).count() + offset);
+  std::tm parts{};
+  gmtime_r(&moment, &parts);
+  char text[40];
+  std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts);
+  return text;
+}
+
+// A private certificate authority and a certificate for 127.0.0.1 that it signed, made by the
+// openssl program in a temporary folder, for a ScriptedHTTPServer over HTTPS.
+class TestCertificateAuthority {
+ public:
+  std::filesystem::path ca() const { return folder_.path() / "ca.pem"; }
+  ScriptedHTTPServer::TLSFiles serverFiles() const {
+    return {folder_.path() / "server.pem", folder_.path() / "server.key"};
+  }
+
+  // Makes the authority and the server's certificate; whether openssl made every file. `name`
+  // goes into the authority's common name.
+  bool make(const std::string& name) {
+    auto path = [&](const char* file) { return (folder_.path() / file).string(); };
+    writeFile(path("server.cnf"), "subjectAltName=IP:127.0.0.1\nbasicConstraints=CA:FALSE\n");
+    const std::vector<std::string> newKey = {"-newkey", "ec", "-pkeyopt",
+                                             "ec_paramgen_curve:prime256v1", "-nodes"};
+    auto run = [](std::vector<std::string> arguments, const std::vector<std::string>& more) {
+      arguments.insert(arguments.begin() + 2, more.begin(), more.end());
+      return runCommand(arguments).exitCode == 0;
+    };
+    return run({"openssl", "req", "-x509", "-keyout", path("ca.key"), "-out", path("ca.pem"),
+                "-subj", "/CN=Quorvane test CA " + name, "-days", "2"},
+               newKey) &&
+           run({"openssl", "req", "-keyout", path("server.key"), "-out", path("server.csr"),
+                "-subj", "/CN=127.0.0.1"},
+               newKey) &&
+           run({"openssl", "x509", "-req", "-in", path("server.csr"), "-CA", path("ca.pem"),
+                "-CAkey", path("ca.key"), "-CAcreateserial", "-out", path("server.pem"), "-days",
+                "2", "-extfile", path("server.cnf")},
+               {});
+  }
+
+ private:
+  TemporaryDirectory folder_;
 };
 
 }  // namespace quorvane::testing
