@@ -48,8 +48,7 @@ size_t collectBody(char* data, size_t size, size_t count, void* context) {
     collected->tooLarge = true;
     return 0;  // makes libcurl stop the transfer
   }
-  for (size_t i = 0; i < length; ++i)
-    collected->answer.body.push_back(static_cast<uint8_t>(data[i]));
+  collected->answer.body.append(std::string_view(data, length));
   return length;
 }
 

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <thread>
 
+#include "RelayClient/HTTPExchange.h"
 #include "RelayClient/RelayClient.h"
 #include "RelayClient/RelayError.h"
 #include "support/ScriptedHTTPServer.h"
@@ -235,6 +236,13 @@ TEST(RelayClient, UnreadableAnswersAreMalformedAndLeaveTheCursor) {
   EXPECT_EQ(failureKind([&] { client.createMailbox(false); }), RelayErrorKind::malformed);
   EXPECT_EQ(failureKind([&] { client.fetch(kMailbox, false); }), RelayErrorKind::malformed);
   EXPECT_EQ(client.cursors().read(kMailbox.id), 0u);
+
+  // A relay cannot make the client hold more than the answer limit.
+  ScriptedHTTPServer huge([](const RecordedRequest&) {
+    return ScriptedAnswer{200, {}, std::string(kRelayAnswerLimit + 1, ' ')};
+  });
+  RelayClient flooded = clientOf(huge);
+  EXPECT_EQ(failureKind([&] { flooded.fetch(kMailbox, false); }), RelayErrorKind::malformed);
 }
 
 TEST(RelayClient, ARevokedSendTokenIsTheRelaysStatus) {

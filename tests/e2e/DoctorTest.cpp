@@ -2,6 +2,8 @@
 #include <signal.h>
 
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 #include "ConfigKit/SSHConfigEditor.h"
 #include "Platform/FileKeychain.h"
@@ -290,6 +292,13 @@ TEST(RemoteRelay, TheSettingReachesStatusAndDoctor) {
   std::atomic<int> healthStatus = 200;
   auto script = [&](const RecordedRequest& request) {
     if (request.target != "/relay/healthz") return ScriptedAnswer{404, {}, ""};
+    // The header has whole seconds and the check drops the fraction of the difference, so the
+    // header is made early in a second: the answer then has most of a second to arrive before a
+    // relay 30 s behind would read as 31.
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto intoSecond = now - std::chrono::duration_cast<std::chrono::seconds>(now);
+    if (intoSecond > std::chrono::milliseconds(200))
+      std::this_thread::sleep_for(std::chrono::seconds(1) - intoSecond);
     return ScriptedAnswer{healthStatus.load(), {{"Date", httpDate(-relayBehind.load())}}, "ok"};
   };
   ScriptedHTTPServer relay(script);
