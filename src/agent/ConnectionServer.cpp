@@ -55,39 +55,40 @@ int ConnectionServer::acceptNext(std::stop_token stop) {
 }
 
 void ConnectionServer::work(std::stop_token stop) {
+  // The lock is held from the end of one connection to the wait for the next, so that a thread
+  // counts as idle as soon as its client is gone: the leader then never starts a thread while
+  // this one is about to be free.
+  MutexLock lock(mutex_);
   for (;;) {
-    {
-      MutexLock lock(mutex_);
-      ++idle_;
-      bool mayLead = leadershipFree_.wait(mutex_, stop, [&]() REQUIRES(mutex_) {
-        return !leading_ && open_.size() < options_.maxConnections;
-      });
-      --idle_;
-      if (!mayLead) return;
-      leading_ = true;
-    }
+    ++idle_;
+    bool mayLead = leadershipFree_.wait(mutex_, stop, [&]() REQUIRES(mutex_) {
+      return !leading_ && open_.size() < options_.maxConnections;
+    });
+    --idle_;
+    if (!mayLead) return;
+    leading_ = true;
+    lock.unlock();
     int fd = acceptNext(stop);
-    {
-      MutexLock lock(mutex_);
-      leading_ = false;
-      if (fd < 0) {
-        leadershipFree_.notify_one();
-        return;
-      }
-      open_.insert(fd);
-      if (stop.stop_requested())
-        ::shutdown(fd, SHUT_RD);  // the stop came between accept and here
-      else if (idle_ == 0 && pool_.size() < options_.maxConnections)
-        pool_.emplace_back([this, stop] { work(stop); });
-      else if (idle_ > 0)
-        leadershipFree_.notify_one();  // an idle thread leads next
+    lock.lock();
+    leading_ = false;
+    if (fd < 0) {
+      leadershipFree_.notify_one();
+      return;
     }
+    open_.insert(fd);
+    if (stop.stop_requested())
+      ::shutdown(fd, SHUT_RD);  // the stop came between accept and here
+    else if (idle_ == 0 && pool_.size() < options_.maxConnections)
+      pool_.emplace_back([this, stop] { work(stop); });
+    else if (idle_ > 0)
+      leadershipFree_.notify_one();  // an idle thread leads next
+    lock.unlock();
     try {
       handler_(fd, stop);
     } catch (const std::exception& error) {
       std::fprintf(stderr, "quorvane-agent: connection ended: %s\n", error.what());
     }
-    MutexLock lock(mutex_);
+    lock.lock();
     // Only at the bound did the end of this connection free the leadership for someone.
     if (open_.size() == options_.maxConnections) leadershipFree_.notify_one();
     open_.erase(fd);
