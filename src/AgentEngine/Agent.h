@@ -115,7 +115,7 @@ class Agent {
                                  ClientWatch& watch) EXCLUDES(mutex_);
   bool settleAfterWait(SignAttempt& attempt, const Verdict& verdict, const PolicyRequest& request,
                        const ApprovalResult& result, ClientWatch& watch) EXCLUDES(mutex_);
-  std::optional<Bytes> signAndPin(SignAttempt& attempt);
+  std::optional<Bytes> signAndPin(SignAttempt& attempt, ClientWatch& watch);
   void record(const ActivityEntry& entry);
 
   const AgentServices services_;

@@ -130,7 +130,7 @@ std::optional<Bytes> Agent::decideAndSign(SignAttempt& attempt, ClientWatch& wat
       break;
     }
   }
-  return signAndPin(attempt);
+  return signAndPin(attempt, watch);
 }
 
 // The lock check, the evaluation, the epoch snapshot and the pending check-and-raise happen in
@@ -228,7 +228,10 @@ bool Agent::settleAfterWait(SignAttempt& attempt, const Verdict& verdict,
 }
 
 // Signs, and pins a host name that known_hosts confirmed to the host key the session proved.
-std::optional<Bytes> Agent::signAndPin(SignAttempt& attempt) {
+std::optional<Bytes> Agent::signAndPin(SignAttempt& attempt, ClientWatch& watch) {
+  // A TPM takes from tens to hundreds of milliseconds per signature, and signs one at a time:
+  // this thread tells the server that it waits, so that other clients are served meanwhile.
+  if (attempt.key->protection != ProtectionClass::imported) (void)watch.token();
   try {
     Bytes signature = services_.keys->sign(*attempt.key, attempt.input.data, attempt.input.flags);
     attempt.entry.outcome = ActivityEntry::Outcome::signed_;

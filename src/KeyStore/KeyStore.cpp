@@ -154,8 +154,15 @@ Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) co
   if (!secret) throw KeyStoreError::keyMissing(record.id);
   if (record.algorithm != KeyAlgorithm::ecdsaP256)
     throw KeyStoreError::unsupported(std::string(rawValue(record.algorithm)) + " in the TPM");
-  if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
-  return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data));
+  if (!hardware_) throw KeyStoreError::secureEnclaveUnavailable();
+  try {
+    return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data));
+  } catch (const KeyStoreError& error) {
+    // The back end cannot know which record a handle it refuses belongs to.
+    if (error.kind() == KeyStoreError::Kind::invalidSecret)
+      throw KeyStoreError::invalidSecret(record.id);
+    throw;
+  }
 }
 
 ImportedKey KeyStore::signingKey(const KeyRecord& record) const {

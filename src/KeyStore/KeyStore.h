@@ -74,8 +74,9 @@ class KeyStore {
   // read; a secret changed outside the store is seen after the next reload. No secret:
   // keyMissing(id). Software
   // keys: invalidSecret(id) when the secret does not make the record's key; RSA without a SHA-2
-  // flag: rsaSHA1Refused. Hardware keys: only P-256 (else unsupported("<type> in the Secure
-  // Enclave")), and secureEnclaveUnavailable without a back end.
+  // flag: rsaSHA1Refused. Hardware keys: only P-256 (else unsupported("<type> in the TPM")),
+  // secureEnclaveUnavailable without a usable back end, invalidSecret(id) for a handle that the
+  // back end does not take (made by another TPM), and the back end's errors.
   Bytes sign(const KeyRecord& record, ByteView data, SignFlags flags) const;
 
   // Whether `sign` refuses these flags for this key whatever else holds: an RSA signature

@@ -19,9 +19,11 @@ enum class KeyStoreErrorKind {
   duplicateKey,
   rsaSHA1Refused,
   unknownKey,
+  hardwareFailed,
 };
 
-// The description of accessControl or the reason of unsupported (empty otherwise), the status of
+// The description of accessControl, the reason of unsupported or the hardware's report of
+// hardwareFailed (empty otherwise), the status of
 // keychain (0 otherwise) and the record id of keyMissing, invalidSecret and unknownKey (all zero
 // otherwise).
 struct KeyStoreErrorPayload {
@@ -43,10 +45,12 @@ struct KeyStoreErrorPayload {
 //   duplicateKey                a key whose public key blob is already in the list
 //   rsaSHA1Refused              an RSA signature asked for without either SHA-2 flag
 //   unknownKey(id)              no record has the id `id`
+//   hardwareFailed(report)      the hardware key back end (the TPM) could not do what was asked;
+//                               its report of why
 // The application composes the user's sentences from the kind and payload.
 class KeyStoreError : public KindedError<KeyStoreError, KeyStoreErrorKind, KeyStoreErrorPayload> {
  public:
-  static constexpr EnumNames<Kind, 9> kKindNames{
+  static constexpr EnumNames<Kind, 10> kKindNames{
       "KeyStoreError",
       {{{Kind::accessControl, "accessControl"},
         {Kind::keychain, "keychain"},
@@ -56,7 +60,8 @@ class KeyStoreError : public KindedError<KeyStoreError, KeyStoreErrorKind, KeySt
         {Kind::secureEnclaveUnavailable, "secureEnclaveUnavailable"},
         {Kind::duplicateKey, "duplicateKey"},
         {Kind::rsaSHA1Refused, "rsaSHA1Refused"},
-        {Kind::unknownKey, "unknownKey"}}}};
+        {Kind::unknownKey, "unknownKey"},
+        {Kind::hardwareFailed, "hardwareFailed"}}}};
 
   static KeyStoreError accessControl(std::string description);
   static KeyStoreError keychain(KeychainStatus status);
@@ -67,6 +72,7 @@ class KeyStoreError : public KindedError<KeyStoreError, KeyStoreErrorKind, KeySt
   static KeyStoreError duplicateKey();
   static KeyStoreError rsaSHA1Refused();
   static KeyStoreError unknownKey(const UUID& id);
+  static KeyStoreError hardwareFailed(std::string report);
 
   const std::string& text() const { return payload().text; }
   KeychainStatus status() const { return payload().status; }

@@ -29,6 +29,7 @@
 #include "Platform/SocketIO.h"
 #include "ProcessContext/ProcessChain.h"
 #include "ProcessContext/ProcessContextError.h"
+#include "TPM/TPMHardwareKeys.h"
 #include "agent/ConnectionServer.h"
 #include "agent/ControlService.h"
 #include "agent/DaemonError.h"
@@ -69,7 +70,8 @@ class AgentSession final : public FrameServer::Session {
 struct RunningAgent {
   SupportState support = SupportState::open();
   std::shared_ptr<SystemClock> clock = std::make_shared<SystemClock>();
-  std::shared_ptr<KeyStore> keys = support.openKeyStore();
+  std::shared_ptr<TPMHardwareKeys> tpm = std::make_shared<TPMHardwareKeys>();
+  std::shared_ptr<KeyStore> keys = support.openKeyStore(tpm);
   std::shared_ptr<ActivityStore> log = support.openActivityLog(true);
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   AnnouncementBoard announcements;
@@ -94,6 +96,11 @@ struct RunningAgent {
                            std::make_shared<KeychainLockStore>(support.keychain),
                            clock};
     agent = std::make_unique<Agent>(std::move(services), PolicyEngine{});
+    if (tpm->available())
+      say("TPM keys are made and used in the TPM at " + tpm->tcti());
+    else
+      say("no usable TPM at " + tpm->tcti() + " (" + tpm->problem().value_or("unknown") +
+          "); TPM keys cannot sign");
     reload();
   }
 

@@ -1,0 +1,106 @@
+#include "TPM/TPMHardwareKeys.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+#include "Crypto/Hash.h"
+#include "KeyStore/KeyStoreError.h"
+#include "TPM/TPMSession.h"
+#include "TPM/TPMWorker.h"
+
+namespace quorvane {
+namespace {
+
+// A plainer reason than the TSS's "IO failure" when the TCTI is a device that is missing or
+// closed to this user.
+std::optional<std::string> deviceProblem(const std::string& tcti) {
+  constexpr std::string_view kDevicePrefix = "device:";
+  if (!tcti.starts_with(kDevicePrefix)) return std::nullopt;
+  std::string path = tcti.substr(kDevicePrefix.size());
+  if (path.empty()) path = "/dev/tpmrm0";
+  if (::access(path.c_str(), F_OK) != 0)
+    return path + " does not exist (no TPM, or its driver is not loaded)";
+  if (::access(path.c_str(), R_OK | W_OK) != 0)
+    return "you may not use " + path + " (join its group, usually tss, and log in again)";
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string TPMHardwareKeys::configuredTCTI() {
+  const char* configured = std::getenv(kTCTIVariable);
+  if (configured == nullptr || *configured == '\0') return kDefaultTCTI;
+  return configured;
+}
+
+TPMHardwareKeys::TPMHardwareKeys(std::string tcti)
+    : tcti_(std::move(tcti)), worker_(std::make_unique<TPMWorker>()) {
+  ::setenv("TSS2_LOG", "all+none", 0);
+}
+
+TPMHardwareKeys::~TPMHardwareKeys() {
+  worker_->run([this] { session_.reset(); });
+  worker_.reset();
+}
+
+bool TPMHardwareKeys::connect() {
+  if (session_ && !session_->broken()) return true;
+  session_.reset();
+  try {
+    auto session = std::make_unique<TPMSession>(tcti_);
+    session->ensurePrimary();
+    session_ = std::move(session);
+    problem_.reset();
+    return true;
+  } catch (const KeyStoreError& error) {
+    problem_ = deviceProblem(tcti_).value_or(error.text());
+    return false;
+  }
+}
+
+bool TPMHardwareKeys::available() {
+  bool connected = false;
+  worker_->run([&] { connected = connect(); });
+  return connected;
+}
+
+std::optional<std::string> TPMHardwareKeys::problem() {
+  std::optional<std::string> problem;
+  worker_->run([&] { problem = problem_; });
+  return problem;
+}
+
+void TPMHardwareKeys::withSession(const std::function<void(TPMSession&)>& work) {
+  worker_->run([&] {
+    if (!connect()) throw KeyStoreError::secureEnclaveUnavailable();
+    try {
+      work(*session_);
+    } catch (...) {
+      if (session_->broken()) session_.reset();
+      throw;
+    }
+  });
+}
+
+HardwareKeys::CreatedKey TPMHardwareKeys::create(ProtectionClass protection) {
+  if (protection == ProtectionClass::imported)
+    throw KeyStoreError::unsupported("import has its own path");
+  CreatedKey created;
+  withSession([&](TPMSession& session) {
+    TPMSession::NewKey key = session.createKey(nullptr);
+    created = {SSHPublicKey::ecdsa(SSHKeyType::ecdsaP256, key.point), std::move(key.blob)};
+  });
+  return created;
+}
+
+Bytes TPMHardwareKeys::sign(ByteView handle, ByteView data) {
+  const Bytes digest = crypto::sha256(data);
+  Bytes signature;
+  withSession([&](TPMSession& session) { signature = session.sign(handle, digest, nullptr); });
+  return signature;
+}
+
+}  // namespace quorvane

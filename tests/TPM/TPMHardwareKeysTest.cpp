@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+#include "KeyStore/FixedSealingKey.h"
+#include "KeyStore/ImportedKey.h"
+#include "KeyStore/InMemorySecretStore.h"
+#include "KeyStore/KeyStore.h"
+#include "KeyStore/KeyStoreError.h"
+#include "KeyStore/KeychainSecretStore.h"
+#include "Platform/FileKeychain.h"
+#include "SSHWire/SignatureVerification.h"
+#include "TPM/TPMHardwareKeys.h"
+#include "TPM/TPMKeyBlob.h"
+#include "support/SoftwareTPM.h"
+#include "support/TestSupport.h"
+
+namespace quorvane {
+namespace {
+
+const Date kNow{1'800'000'000};
+
+// The error that `action` throws, or a failure of the test when it throws none.
+KeyStoreError keyStoreError(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const KeyStoreError& error) {
+    return error;
+  }
+  ADD_FAILURE() << "no KeyStoreError";
+  return KeyStoreError::unsupported("none thrown");
+}
+
+// Whether any 32-byte window of any file under `folder` is the P-256 private scalar of
+// `publicKeyBlob`: a key written out in the clear, wherever it hides.
+bool holdsPrivateKeyOf(const std::filesystem::path& folder, const Bytes& publicKeyBlob) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    if (!entry.is_regular_file()) continue;
+    std::ifstream file(entry.path(), std::ios::binary);
+    const Bytes bytes{std::istreambuf_iterator<char>(file), {}};
+    for (size_t offset = 0; offset + 32 <= bytes.size(); ++offset) {
+      std::optional<ImportedKey> key =
+          ImportedKey::fromSecret(KeyAlgorithm::ecdsaP256, ByteView(bytes).subspan(offset, 32));
+      if (key && key->publicKey().blob == publicKeyBlob) return true;
+    }
+  }
+  return false;
+}
+
+// A key store whose hardware keys live in a software TPM, with its secrets in memory.
+class TPMKeys : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!testing::SoftwareTPM::installed()) GTEST_SKIP() << "swtpm is not installed";
+    tpm = std::make_unique<testing::SoftwareTPM>(folder.path() / "tpm");
+    hardware = std::make_shared<TPMHardwareKeys>(tpm->tcti());
+    store = std::make_shared<KeyStore>(secrets, "", nullptr, hardware);
+  }
+
+  testing::TemporaryDirectory folder;
+  std::unique_ptr<testing::SoftwareTPM> tpm;
+  std::shared_ptr<TPMHardwareKeys> hardware;
+  std::shared_ptr<InMemorySecretStore> secrets = std::make_shared<InMemorySecretStore>();
+  std::shared_ptr<KeyStore> store;
+};
+
+TEST_F(TPMKeys, MakesP256KeysWhoseSignaturesVerify) {
+  ASSERT_TRUE(hardware->available());
+  const KeyRecord record = store->create("laptop", ProtectionClass::remoteApproval, kNow);
+  EXPECT_EQ(record.algorithm, KeyAlgorithm::ecdsaP256);
+  const SSHPublicKey publicKey = SSHPublicKey::parse(record.publicKeyBlob);
+  for (const std::string& text : {std::string(), std::string("one"), std::string(5000, 'x')}) {
+    const Bytes signature = store->sign(record, bytesOf(text), {});
+    EXPECT_TRUE(verify(signature, bytesOf(text), publicKey)) << text.size();
+    EXPECT_FALSE(verify(signature, bytesOf(text + "!"), publicKey));
+  }
+
+  // The stored secret is the wrapped key, whose public part is the record's key.
+  std::optional<TPMKeyBlob> blob = decodeTPMKeyBlob(secrets->read(record.id)->view());
+  ASSERT_TRUE(blob);
+  EXPECT_EQ(SSHPublicKey::ecdsa(SSHKeyType::ecdsaP256, *p256Point(blob->publicPart)).blob,
+            record.publicKeyBlob);
+}
+
+TEST_F(TPMKeys, KeysOfEveryProtectionSignAndDiffer) {
+  const KeyRecord first = store->create("one", ProtectionClass::remoteApproval, kNow);
+  const KeyRecord second = store->create("two", ProtectionClass::touchIDOnly, kNow);
+  EXPECT_NE(first.publicKeyBlob, second.publicKeyBlob);
+  EXPECT_EQ(second.protection, ProtectionClass::touchIDOnly);
+  const Bytes data = bytesOf("data");
+  EXPECT_TRUE(verify(store->sign(first, data, {}), data, SSHPublicKey::parse(first.publicKeyBlob)));
+}
+
+TEST_F(TPMKeys, AStoredKeyDoesNotLoadInAnotherTPM) {
+  const KeyRecord record = store->create("laptop", ProtectionClass::remoteApproval, kNow);
+  testing::SoftwareTPM otherTPM(folder.path() / "other");
+  KeyStore elsewhere(secrets, "", nullptr, std::make_shared<TPMHardwareKeys>(otherTPM.tcti()));
+  EXPECT_EQ(keyStoreError([&] { elsewhere.sign(record, bytesOf("x"), {}); }),
+            KeyStoreError::invalidSecret(record.id));
+  // The first TPM still takes it.
+  EXPECT_NO_THROW(store->sign(record, bytesOf("x"), {}));
+}
+
+TEST_F(TPMKeys, SecretsThatAreNotWrappedKeysAreRefused) {
+  const KeyRecord record = store->create("laptop", ProtectionClass::remoteApproval, kNow);
+  Bytes blob(secrets->read(record.id)->view().begin(), secrets->read(record.id)->view().end());
+  Bytes longer = blob;
+  longer.push_back(0);
+  Bytes flipped = blob;
+  flipped[blob.size() - 5] ^= 1;  // inside the wrapped private part: the TPM's integrity check
+  for (const Bytes& secret : {Bytes{}, Bytes(blob.begin(), blob.end() - 1), longer, flipped}) {
+    secrets->store(record.id, secret);
+    EXPECT_EQ(keyStoreError([&] { store->sign(record, bytesOf("x"), {}); }),
+              KeyStoreError::invalidSecret(record.id))
+        << secret.size();
+  }
+}
+
+// The files a key store writes hold the scalar of a software key (the scan finds it) but nothing
+// of a TPM key, whose private part leaves the TPM only wrapped.
+TEST_F(TPMKeys, TheStoredFilesHoldNoPrivateKey) {
+  const std::filesystem::path state = folder.path() / "state";
+  auto keychain = std::make_shared<FileKeychain>(state / "keychain");
+  KeyStore onDisk(std::make_shared<KeychainSecretStore>(keychain), state / "keys.json",
+                  std::make_shared<FixedSealingKey>(SecureBytes(Bytes(32, 9))), hardware);
+  const KeyRecord software = onDisk.generate(KeyAlgorithm::ecdsaP256, "software", kNow);
+  const KeyRecord inTPM = onDisk.create("tpm", ProtectionClass::remoteApproval, kNow);
+  EXPECT_TRUE(holdsPrivateKeyOf(state, software.publicKeyBlob));
+  EXPECT_FALSE(holdsPrivateKeyOf(state, inTPM.publicKeyBlob));
+}
+
+TEST(TPMWithoutTPM, IsUnavailableWithTheReasonAndRefusesToMakeKeys) {
+  testing::TemporaryDirectory folder;
+  struct Case {
+    std::string tcti;
+    std::string problem;
+  };
+  for (const Case& c :
+       {Case{"device:" + (folder.path() / "tpmrm0").string(), "does not exist"},
+        Case{"swtpm:path=" + (folder.path() / "nothing").string(), "cannot connect"}}) {
+    auto hardware = std::make_shared<TPMHardwareKeys>(c.tcti);
+    EXPECT_FALSE(hardware->available());
+    EXPECT_NE(hardware->problem().value_or("").find(c.problem), std::string::npos)
+        << hardware->problem().value_or("");
+    KeyStore store(std::make_shared<InMemorySecretStore>(), "", nullptr, hardware);
+    EXPECT_EQ(keyStoreError([&] { store.create("k", ProtectionClass::remoteApproval, kNow); }),
+              KeyStoreError::secureEnclaveUnavailable());
+  }
+}
+
+TEST(TPMConfiguration, TheTCTIComesFromTheEnvironmentElseTheKernelDevice) {
+  const char* saved = std::getenv(TPMHardwareKeys::kTCTIVariable);
+  const std::optional<std::string> before =
+      saved ? std::optional<std::string>(saved) : std::nullopt;
+  ::unsetenv(TPMHardwareKeys::kTCTIVariable);
+  EXPECT_EQ(TPMHardwareKeys::configuredTCTI(), "device:/dev/tpmrm0");
+  ::setenv(TPMHardwareKeys::kTCTIVariable, "", 1);
+  EXPECT_EQ(TPMHardwareKeys::configuredTCTI(), "device:/dev/tpmrm0");
+  ::setenv(TPMHardwareKeys::kTCTIVariable, "swtpm:path=/tmp/x", 1);
+  EXPECT_EQ(TPMHardwareKeys::configuredTCTI(), "swtpm:path=/tmp/x");
+  if (before)
+    ::setenv(TPMHardwareKeys::kTCTIVariable, before->c_str(), 1);
+  else
+    ::unsetenv(TPMHardwareKeys::kTCTIVariable);
+}
+
+}  // namespace
+}  // namespace quorvane
