@@ -24,12 +24,15 @@ class HardwareKeys {
 
   // Whether the hardware can be used now.
   virtual bool available() = 0;
-  // A new P-256 key whose use is gated as `protection` says (never `imported`). Throws
-  // KeyStoreError (accessControl when the protection cannot be set up).
-  virtual CreatedKey create(ProtectionClass protection) = 0;
+  // A new P-256 key whose use is gated as `protection` says (never `imported`); `pin`, when
+  // given, is the secret that the hardware itself asks for at every signature (keys that stand
+  // for the user's presence). Throws KeyStoreError (accessControl when the protection cannot be
+  // set up).
+  virtual CreatedKey create(ProtectionClass protection, const SecureBytes* pin) = 0;
   // The raw ECDSA signature r || s (32 bytes each) over SHA-256 of `data`, by the key of
-  // `handle`. Throws KeyStoreError.
-  virtual Bytes sign(ByteView handle, ByteView data) = 0;
+  // `handle`, authorised by `pin` for a key made with one. Throws KeyStoreError (wrongPIN and
+  // pinLockedOut for a key with a PIN).
+  virtual Bytes sign(ByteView handle, ByteView data, const SecureBytes* pin) = 0;
 };
 
 }  // namespace quorvane

@@ -103,14 +103,15 @@ KeyRecord KeyStore::appendWithSecret(KeyRecord record) {
   return record;
 }
 
-KeyRecord KeyStore::create(std::string name, ProtectionClass protection, Date now) {
+KeyRecord KeyStore::create(std::string name, ProtectionClass protection, Date now,
+                           const SecureBytes* pin) {
   if (protection == ProtectionClass::imported)
     throw KeyStoreError::unsupported("import has its own path");
   if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
   requireUTF8Name(name);
 
   MutexLock change(changeMutex_);
-  HardwareKeys::CreatedKey created = hardware_->create(protection);
+  HardwareKeys::CreatedKey created = hardware_->create(protection, pin);
   if (created.publicKey.keyType() != SSHKeyType::ecdsaP256)
     throw KeyStoreError::unsupported("the hardware made a key that is not P-256");
   KeyRecord added{UUID::random(), std::move(name),        KeyAlgorithm::ecdsaP256,
@@ -143,7 +144,8 @@ bool KeyStore::refusesSHA1(const KeyRecord& record, SignFlags flags) {
   return record.algorithm == KeyAlgorithm::rsa && !signatureAlgorithm(SSHKeyType::rsa, flags);
 }
 
-Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) const {
+Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags,
+                     const SecureBytes* pin) const {
   if (record.protection == ProtectionClass::imported) {
     const ImportedKey key = signingKey(record);
     if (refusesSHA1(record, flags)) throw KeyStoreError::rsaSHA1Refused();
@@ -156,13 +158,19 @@ Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) co
     throw KeyStoreError::unsupported(std::string(rawValue(record.algorithm)) + " in the TPM");
   if (!hardware_) throw KeyStoreError::secureEnclaveUnavailable();
   try {
-    return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data));
+    return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data, pin));
   } catch (const KeyStoreError& error) {
     // The back end cannot know which record a handle it refuses belongs to.
     if (error.kind() == KeyStoreError::Kind::invalidSecret)
       throw KeyStoreError::invalidSecret(record.id);
     throw;
   }
+}
+
+void KeyStore::checkPIN(const KeyRecord& record, const SecureBytes& pin) const {
+  if (record.protection == ProtectionClass::imported)
+    throw KeyStoreError::unsupported("a software key has no PIN");
+  sign(record, bytesOf("quorvane: is this the key's PIN?"), {}, &pin);
 }
 
 ImportedKey KeyStore::signingKey(const KeyRecord& record) const {

@@ -59,7 +59,9 @@ class KeyStore {
   // A new hardware key. `imported`: unsupported("import has its own path"); no hardware back end
   // (or none available): secureEnclaveUnavailable; a name that is not UTF-8:
   // unsupported("the name is not UTF-8").
-  KeyRecord create(std::string name, ProtectionClass protection, Date now);
+  // `pin`: the hardware's own secret for the key (see HardwareKeys::create).
+  KeyRecord create(std::string name, ProtectionClass protection, Date now,
+                   const SecureBytes* pin = nullptr);
 
   // Stores a software key under a new id with protection `imported`. A key whose public key blob
   // is already listed: duplicateKey. If the list cannot be saved the secret is deleted again.
@@ -77,7 +79,13 @@ class KeyStore {
   // flag: rsaSHA1Refused. Hardware keys: only P-256 (else unsupported("<type> in the TPM")),
   // secureEnclaveUnavailable without a usable back end, invalidSecret(id) for a handle that the
   // back end does not take (made by another TPM), and the back end's errors.
-  Bytes sign(const KeyRecord& record, ByteView data, SignFlags flags) const;
+  // `pin` authorises a hardware key made with one.
+  Bytes sign(const KeyRecord& record, ByteView data, SignFlags flags,
+             const SecureBytes* pin = nullptr) const;
+
+  // Whether `pin` is the PIN of the hardware key `record`: signs a fixed text with it. Throws as
+  // `sign` does (wrongPIN, pinLockedOut).
+  void checkPIN(const KeyRecord& record, const SecureBytes& pin) const;
 
   // Whether `sign` refuses these flags for this key whatever else holds: an RSA signature
   // without a SHA-2 flag would be made with SHA-1.

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -85,21 +86,48 @@ void TPMHardwareKeys::withSession(const std::function<void(TPMSession&)>& work) 
   });
 }
 
-HardwareKeys::CreatedKey TPMHardwareKeys::create(ProtectionClass protection) {
+HardwareKeys::CreatedKey TPMHardwareKeys::create(ProtectionClass protection,
+                                                 const SecureBytes* pin) {
   if (protection == ProtectionClass::imported)
     throw KeyStoreError::unsupported("import has its own path");
+  const bool withPIN = protection != ProtectionClass::remoteApproval;
+  if (withPIN && (pin == nullptr || pin->empty()))
+    throw KeyStoreError::accessControl("a key that needs your presence needs a PIN");
   CreatedKey created;
   withSession([&](TPMSession& session) {
-    TPMSession::NewKey key = session.createKey(nullptr);
+    TPMSession::NewKey key = session.createKey(withPIN ? pin : nullptr);
     created = {SSHPublicKey::ecdsa(SSHKeyType::ecdsaP256, key.point), std::move(key.blob)};
   });
   return created;
 }
 
-Bytes TPMHardwareKeys::sign(ByteView handle, ByteView data) {
+uint32_t TPMHardwareKeys::safeTries(uint32_t failedTries, uint32_t maxTries) {
+  return maxTries > failedTries + 1 ? maxTries - failedTries - 1 : 0;
+}
+
+Bytes TPMHardwareKeys::sign(ByteView handle, ByteView data, const SecureBytes* pin) {
   const Bytes digest = crypto::sha256(data);
   Bytes signature;
-  withSession([&](TPMSession& session) { signature = session.sign(handle, digest, nullptr); });
+  withSession([&](TPMSession& session) {
+    if (pin == nullptr) {
+      signature = session.sign(handle, digest, nullptr);
+      return;
+    }
+    // Never the try that would lock the TPM: a locked TPM refuses every PIN key for a long
+    // time, and other programs' keys with it.
+    TPMSession::Lockout before = session.lockout();
+    if (before.inLockout || safeTries(before.failedTries, before.maxTries) == 0)
+      throw KeyStoreError::pinLockedOut(std::max<uint32_t>(1, before.intervalSeconds));
+    try {
+      signature = session.sign(handle, digest, pin);
+    } catch (const TPMAuthRefused& refused) {
+      TPMSession::Lockout after = session.lockout();
+      const uint32_t left = safeTries(after.failedTries, after.maxTries);
+      if (refused.lockedOut || left == 0)
+        throw KeyStoreError::pinLockedOut(std::max<uint32_t>(1, after.intervalSeconds));
+      throw KeyStoreError::wrongPIN(left);
+    }
+  });
   return signature;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -44,8 +45,17 @@ class TPMHardwareKeys final : public HardwareKeys {
   // Why the TPM cannot be used, after `available` said false.
   std::optional<std::string> problem();
 
-  CreatedKey create(ProtectionClass protection) override;
-  Bytes sign(ByteView handle, ByteView data) override;
+  // A `remoteApproval` key has no PIN and is exempt from the TPM's dictionary-attack lockout;
+  // the other classes need a PIN (1 to 32 bytes), which becomes the key's authorization value.
+  CreatedKey create(ProtectionClass protection, const SecureBytes* pin) override;
+  // With a PIN: never makes the try that would bring the TPM to its lockout (pinLockedOut
+  // instead, with the time after which the TPM forgets one failure); a wrong PIN is wrongPIN
+  // with the tries that remain before Quorvane stops asking, or pinLockedOut when none do.
+  Bytes sign(ByteView handle, ByteView data, const SecureBytes* pin) override;
+
+  // The tries Quorvane allows after `failedTries` of `maxTries`: one fewer than the TPM would,
+  // so that the TPM itself never locks.
+  static uint32_t safeTries(uint32_t failedTries, uint32_t maxTries);
 
  private:
   // Runs `work` with a connected session on the worker thread; no TPM: secureEnclaveUnavailable.

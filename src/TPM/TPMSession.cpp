@@ -15,6 +15,8 @@ namespace quorvane {
 namespace {
 
 constexpr size_t kCoordinateSize = 32;
+// The TPM takes an object's authorization value up to the size of its name algorithm's digest.
+constexpr size_t kMaxPINBytes = 32;
 
 // Frees what ESYS allocated for an answer.
 template <typename T>
@@ -70,9 +72,9 @@ TPM2B_PUBLIC signingKeyTemplate(bool withPIN) {
 // A PIN as an authorization value; wiped by the caller's guard.
 TPM2B_AUTH authValue(const SecureBytes& pin) {
   TPM2B_AUTH auth{};
-  if (pin.size() > sizeof auth.buffer)
-    throw KeyStoreError::accessControl("the PIN is longer than " +
-                                       std::to_string(sizeof auth.buffer) + " bytes");
+  if (pin.size() > kMaxPINBytes)
+    throw KeyStoreError::accessControl("the PIN is longer than " + std::to_string(kMaxPINBytes) +
+                                       " bytes");
   auth.size = static_cast<uint16_t>(pin.size());
   std::copy(pin.data(), pin.data() + pin.size(), auth.buffer);
   return auth;
@@ -202,6 +204,9 @@ TPMSession::NewKey TPMSession::createKey(const SecureBytes* pin) {
 Bytes TPMSession::sign(ByteView blob, ByteView digest, const SecureBytes* pin) {
   std::optional<TPMKeyBlob> key = decodeTPMKeyBlob(blob);
   if (!key) throw KeyStoreError::invalidSecret({});
+  // A try without the PIN of a PIN key would count as a failed one with the TPM.
+  if (pin == nullptr && (key->publicPart.publicArea.objectAttributes & TPMA_OBJECT_NODA) == 0)
+    throw KeyStoreError::accessControl("the key signs only with its PIN");
   ensurePrimary();
 
   ESYS_TR loaded = ESYS_TR_NONE;

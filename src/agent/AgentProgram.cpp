@@ -203,7 +203,8 @@ int runAgentProgram(const AgentProgramOptions& options) {
     ControlService control(
         *running.agent, *running.approver, *running.presence,
         {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
-         [&](bool enabled) { savePresenceVerification(running.support, enabled); }});
+         [&](bool enabled) { savePresenceVerification(running.support, enabled); },
+         [&](const KeyRecord& key, const SecureBytes& pin) { running.keys->checkPIN(key, pin); }});
     FrameServer agentServer(agentListener, [&](int fd) { return running.openAgentSession(fd); },
                             {.maxConnections = options.maxConnections});
     ConnectionServer controlServer(
@@ -216,9 +217,15 @@ int runAgentProgram(const AgentProgramOptions& options) {
     std::jthread agentThread([&] { agentServer.run(stop.get_token()); });
     std::jthread controlThread([&] { controlServer.run(stop.get_token()); });
 
+    // Every second, the confirmations of approval windows that ended (and the PINs of hardware
+    // keys that they hold) are let go, whether or not anything asks for a signature.
     for (;;) {
-      int received = 0;
-      if (sigwait(&signals, &received) != 0) continue;
+      const timespec second{1, 0};
+      const int received = sigtimedwait(&signals, nullptr, &second);
+      if (received < 0) {
+        running.agent->forgetEndedWindows(running.clock->now());
+        continue;
+      }
       if (received == SIGHUP) {
         say("reloading");
         running.reload();

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <iostream>
 #include <map>
 #include <memory>
@@ -10,6 +12,7 @@
 #include "TPM/TPMHardwareKeys.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
+#include "cli/Terminal.h"
 
 namespace quorvane::cli {
 namespace {
@@ -89,6 +92,31 @@ void requireTPM(TPMHardwareKeys& tpm) {
                        TPMHardwareKeys::kTCTIVariable + ".");
 }
 
+// PINs of TPM keys: the TPM takes up to 32 bytes; fewer than 4 would be guessed within the
+// tries that the TPM allows.
+constexpr size_t kMinPINBytes = 4;
+constexpr size_t kMaxPINBytes = 32;
+
+// The new key's PIN: typed twice without echo on a terminal, else the first line of standard
+// input (for scripts).
+SecureBytes readNewPIN(const std::string& keyName) {
+  std::optional<SecureBytes> pin;
+  if (::isatty(STDIN_FILENO)) {
+    pin = readSecretFromTerminal("PIN for the TPM key “" + keyName + "” (" +
+                                 std::to_string(kMinPINBytes) + " to " +
+                                 std::to_string(kMaxPINBytes) + " characters): ");
+    std::optional<SecureBytes> again = readSecretFromTerminal("The same PIN again: ");
+    if (pin && (!again || !(*again == *pin)))
+      throw CommandFailure("the two PINs differ; nothing was made");
+  } else {
+    pin = SecureBytes::readLine(std::cin);
+  }
+  if (!pin || pin->size() < kMinPINBytes || pin->size() > kMaxPINBytes)
+    throw CommandFailure("a PIN has " + std::to_string(kMinPINBytes) + " to " +
+                         std::to_string(kMaxPINBytes) + " characters; nothing was made");
+  return std::move(*pin);
+}
+
 // quorvane keys generate NAME [--type TYPE] [--protection approval|pin] [--json]
 void addGenerateCommand(CLI::App& keys) {
   static std::string generateName, generateType, generateProtection;
@@ -112,7 +140,8 @@ void addGenerateCommand(CLI::App& keys) {
   generate
       ->add_option("--protection", generateProtection,
                    "for a TPM key: approval (the default; your approval or a rule decides each "
-                   "signature) or pin (the TPM itself also needs a PIN, asked with the approval)")
+                   "signature) or pin (the TPM itself also needs a PIN, asked with every approval; "
+                   "read from standard input without a terminal)")
       ->check(CLI::IsMember(std::vector<std::string>{"approval", "pin"}));
   addJSONFlag(generate, generateJSON);
   generate->callback([] {
@@ -136,7 +165,9 @@ void addGenerateCommand(CLI::App& keys) {
     if (generateType.empty() || tpmAsked) {
       const ProtectionClass protection =
           kProtections.at(generateProtection.empty() ? "approval" : generateProtection);
-      made = store->create(generateName, protection, SystemClock().now());
+      std::optional<SecureBytes> pin;
+      if (protection != ProtectionClass::remoteApproval) pin = readNewPIN(generateName);
+      made = store->create(generateName, protection, SystemClock().now(), pin ? &*pin : nullptr);
     } else {
       const KeyType type = kKeyTypes.at(generateType);
       if (type.rsaBits != 0) std::cerr << "Making an RSA key takes a few seconds…\n";

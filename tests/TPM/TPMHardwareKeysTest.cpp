@@ -85,13 +85,49 @@ TEST_F(TPMKeys, MakesP256KeysWhoseSignaturesVerify) {
             record.publicKeyBlob);
 }
 
-TEST_F(TPMKeys, KeysOfEveryProtectionSignAndDiffer) {
-  const KeyRecord first = store->create("one", ProtectionClass::remoteApproval, kNow);
-  const KeyRecord second = store->create("two", ProtectionClass::touchIDOnly, kNow);
-  EXPECT_NE(first.publicKeyBlob, second.publicKeyBlob);
-  EXPECT_EQ(second.protection, ProtectionClass::touchIDOnly);
+// A PIN key signs with its PIN only; wrong PINs are counted, and Quorvane stops one try short of
+// the TPM's lockout and says how long to wait. Keys without a PIN are never locked out.
+TEST_F(TPMKeys, PINKeysSignOnlyWithTheirPINAndStopBeforeTheLockout) {
+  const SecureBytes pin(bytesOf("2468"));
+  EXPECT_EQ(keyStoreError([&] { store->create("bad", ProtectionClass::touchIDOnly, kNow); }),
+            KeyStoreError::accessControl("a key that needs your presence needs a PIN"));
+  const KeyRecord withPIN = store->create("pin", ProtectionClass::touchIDOnly, kNow, &pin);
+  const KeyRecord plain = store->create("plain", ProtectionClass::remoteApproval, kNow);
   const Bytes data = bytesOf("data");
-  EXPECT_TRUE(verify(store->sign(first, data, {}), data, SSHPublicKey::parse(first.publicKeyBlob)));
+  EXPECT_TRUE(verify(store->sign(withPIN, data, {}, &pin), data,
+                     SSHPublicKey::parse(withPIN.publicKeyBlob)));
+  EXPECT_NO_THROW(store->checkPIN(withPIN, pin));
+  EXPECT_EQ(keyStoreError([&] { store->sign(withPIN, data, {}); }),
+            KeyStoreError::accessControl("the key signs only with its PIN"));
+
+  const SecureBytes wrong(bytesOf("1357"));
+  uint32_t expected = 0;
+  {
+    KeyStoreError first = keyStoreError([&] { store->checkPIN(withPIN, wrong); });
+    ASSERT_EQ(first.kind(), KeyStoreError::Kind::wrongPIN) << first.what();
+    expected = first.count();
+  }
+  while (expected > 1) {
+    --expected;
+    EXPECT_EQ(keyStoreError([&] { store->checkPIN(withPIN, wrong); }),
+              KeyStoreError::wrongPIN(expected));
+  }
+  // The last wrong PIN that Quorvane sends ends the tries, with the wait; after it not even the
+  // right PIN is sent, so the TPM never reaches its own lockout.
+  const KeyStoreError last = keyStoreError([&] { store->checkPIN(withPIN, wrong); });
+  EXPECT_EQ(last.kind(), KeyStoreError::Kind::pinLockedOut);
+  EXPECT_GT(last.count(), 0u);
+  EXPECT_EQ(keyStoreError([&] { store->checkPIN(withPIN, pin); }), last);
+  EXPECT_NE(std::string(last.what()).find("the TPM takes PINs again in about"), std::string::npos);
+  EXPECT_NO_THROW(store->sign(plain, data, {}));
+}
+
+TEST(TPMSafeTries, KeepOneTryInReserve) {
+  EXPECT_EQ(TPMHardwareKeys::safeTries(0, 3), 2u);
+  EXPECT_EQ(TPMHardwareKeys::safeTries(1, 3), 1u);
+  EXPECT_EQ(TPMHardwareKeys::safeTries(2, 3), 0u);
+  EXPECT_EQ(TPMHardwareKeys::safeTries(3, 3), 0u);
+  EXPECT_EQ(TPMHardwareKeys::safeTries(0, 0), 0u);
 }
 
 TEST_F(TPMKeys, AStoredKeyDoesNotLoadInAnotherTPM) {

@@ -30,11 +30,13 @@ using namespace std::chrono_literals;
 class SlowHardwareKeys final : public HardwareKeys {
  public:
   bool available() override { return true; }
-  CreatedKey create(ProtectionClass protection) override { return inner_.create(protection); }
-  Bytes sign(ByteView handle, ByteView data) override {
+  CreatedKey create(ProtectionClass protection, const SecureBytes* pin) override {
+    return inner_.create(protection, pin);
+  }
+  Bytes sign(ByteView handle, ByteView data, const SecureBytes* pin) override {
     ++started;
     std::this_thread::sleep_for(500ms);
-    Bytes signature = inner_.sign(handle, data);
+    Bytes signature = inner_.sign(handle, data, pin);
     ++finished;
     return signature;
   }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
 
 #include "e2e/EndToEndSupport.h"
@@ -39,6 +41,35 @@ class TPMEndToEnd : public ::testing::Test {
     return runCommand(
         {"sh", "-c",
          "QUORVANE_TPM_TCTI='" + tcti + "' " + QUORVANE_CLI_BINARY + " " + arguments + " 2>&1"});
+  }
+
+  // `quorvane` typing `typed`, with its standard error (the agent's prompts) in the output.
+  CommandResult quorvaneTypingAll(const std::string& arguments, const std::string& typed) {
+    writeFile(quorvane->home() / "typed", typed);
+    return runCommand({"sh", "-c", std::string(QUORVANE_CLI_BINARY) + " " + arguments + " 2>&1"},
+                      quorvane->home() / "typed");
+  }
+
+  // Starts ssh-keygen signing a file with the key `name` through the agent.
+  std::future<CommandResult> startSigning(const std::string& name) {
+    const auto home = quorvane->home();
+    writeFile(home / (name + ".pub"), publicKey(name) + "\n");
+    writeFile(home / "message", "release 1.0\n");
+    std::filesystem::remove(home / "message.sig");
+    std::vector<std::string> command = {"ssh-keygen",
+                                        "-Y",
+                                        "sign",
+                                        "-n",
+                                        "file",
+                                        "-f",
+                                        (home / (name + ".pub")).string(),
+                                        (home / "message").string()};
+    return std::async(std::launch::async, [command] { return runCommand(command); });
+  }
+
+  std::string nextPendingID() {
+    JSON pending = quorvane->waitForPending(1);
+    return pending.size() == 1 ? pending[0]["id"].get<std::string>() : "";
   }
 
   std::vector<std::string> ssh(int port, const std::vector<std::string>& remote) {
@@ -103,6 +134,56 @@ TEST_F(TPMEndToEnd, ATPMSignatureVerifiesWithSSHKeygen) {
                        home / "message")
                 .exitCode,
             0);
+}
+
+// A PIN key: the PIN is asked with each approval and checked by the TPM; wrong PINs are told with
+// the tries left, and Quorvane stops before the TPM's lockout, saying how long to wait. (Windows
+// keep the PIN only for programs that can be told apart, which the test's own are not; the agent
+// tests cover windows and locks.)
+TEST_F(TPMEndToEnd, APINKeySignsWithItsPINAndStopsAskingBeforeTheLockout) {
+  const CommandResult made =
+      quorvane->quorvaneTyping({"keys", "generate", "pin", "--protection", "pin"}, "2468\n");
+  ASSERT_EQ(made.exitCode, 0);
+  EXPECT_NE(made.output.find("signs with your PIN and approval"), std::string::npos);
+  EXPECT_EQ(quorvane->quorvaneJSON({"keys", "list"})[0]["protection"], "touchIDOnly");
+
+  auto first = startSigning("pin");
+  const CommandResult approved = quorvaneTypingAll("approve " + nextPendingID(), "2468\n");
+  EXPECT_EQ(approved.exitCode, 0) << approved.output;
+  EXPECT_NE(approved.output.find("PIN of the TPM key “pin”"), std::string::npos) << approved.output;
+  ASSERT_EQ(first.get().exitCode, 0);
+
+  // The next signature asks again. A wrong PIN is refused with the tries left, and the request
+  // keeps waiting for the right one.
+  auto third = startSigning("pin");
+  const std::string id = nextPendingID();
+  const CommandResult wrong = quorvaneTypingAll("approve " + id, "1111\n");
+  EXPECT_NE(wrong.exitCode, 0);
+  EXPECT_NE(wrong.output.find("wrong PIN; "), std::string::npos) << wrong.output;
+  EXPECT_NE(wrong.output.find(" left"), std::string::npos) << wrong.output;
+  EXPECT_NE(wrong.output.find("the request keeps waiting"), std::string::npos) << wrong.output;
+  EXPECT_EQ(quorvaneTypingAll("approve " + id, "2468\n").exitCode, 0);
+  ASSERT_EQ(third.get().exitCode, 0);
+
+  // Wrong PINs until Quorvane stops: the request is denied, with the wait.
+  auto fourth = startSigning("pin");
+  const CommandResult locked = quorvaneTypingAll(
+      "approve " + nextPendingID(), std::string(20, '0') + "\n" + "1111\n1112\n1113\n1114\n1115\n");
+  EXPECT_NE(locked.exitCode, 0);
+  const CommandResult again = [&] {
+    CommandResult result = locked;
+    for (int i = 0; i < 5 && result.output.find("the request was denied") == std::string::npos;
+         ++i) {
+      JSON pending = quorvane->quorvaneJSON({"pending"});
+      if (pending.empty()) break;
+      result =
+          quorvaneTypingAll("approve " + pending[0]["id"].get<std::string>(), "1111\n1112\n1113\n");
+    }
+    return result;
+  }();
+  EXPECT_NE(again.output.find("the TPM takes PINs again in about"), std::string::npos)
+      << again.output;
+  EXPECT_NE(fourth.get().exitCode, 0);
 }
 
 TEST_F(TPMEndToEnd, WithoutATPMGenerateFallsBackWithANoticeAndTypeTPMFails) {
