@@ -2,6 +2,7 @@
 
 #include "Base/Bytes.h"
 #include "Base/SecureBytes.h"
+#include "KeyStore/KeyStoreError.h"
 #include "KeyStore/ProtectionClass.h"
 #include "SSHWire/SSHPublicKey.h"
 
@@ -33,6 +34,14 @@ class HardwareKeys {
   // `handle`, authorised by `pin` for a key made with one. Throws KeyStoreError (wrongPIN and
   // pinLockedOut for a key with a PIN).
   virtual Bytes sign(ByteView handle, ByteView data, const SecureBytes* pin) = 0;
+  // Moves an existing P-256 key (the 32-byte private scalar `secret` of `publicKey`) into the
+  // hardware; the key signs without a PIN from then on. Throws KeyStoreError (unsupported where
+  // the hardware cannot take keys in).
+  virtual CreatedKey importKey(const SSHPublicKey& publicKey, const SecureBytes& secret) {
+    (void)publicKey;
+    (void)secret;
+    throw KeyStoreError::unsupported("this hardware does not take keys in");
+  }
 };
 
 }  // namespace quorvane

@@ -131,6 +131,19 @@ KeyRecord KeyStore::add(const ImportedKey& key, std::string name, Date now) {
   return appendWithSecret(std::move(added));
 }
 
+KeyRecord KeyStore::addToHardware(const ImportedKey& key, std::string name, Date now) {
+  requireUTF8Name(name);
+  if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
+  MutexLock change(changeMutex_);
+  if (record(key.publicKey().blob)) throw KeyStoreError::duplicateKey();
+  HardwareKeys::CreatedKey moved = hardware_->importKey(key.publicKey(), key.secret());
+  KeyRecord added{UUID::random(),       std::move(name),
+                  key.algorithm(),      ProtectionClass::remoteApproval,
+                  key.publicKey().blob, wholeSeconds(now)};
+  secrets_->store(added.id, moved.handle.view());
+  return appendWithSecret(std::move(added));
+}
+
 KeyRecord KeyStore::generate(KeyAlgorithm algorithm, std::string name, Date now, int rsaBits) {
   if (algorithm == KeyAlgorithm::rsa &&
       std::find(std::begin(kGeneratedRSABits), std::end(kGeneratedRSABits), rsaBits) ==

@@ -67,6 +67,11 @@ class KeyStore {
   // is already listed: duplicateKey. If the list cannot be saved the secret is deleted again.
   KeyRecord add(const ImportedKey& key, std::string name, Date now);
 
+  // Moves a software key into the hardware: a record with protection `remoteApproval` whose
+  // secret is the hardware's handle. The same errors as `add`, and the back end's
+  // (secureEnclaveUnavailable without one; unsupported for keys it cannot take).
+  KeyRecord addToHardware(const ImportedKey& key, std::string name, Date now);
+
   // Generates a software key (for machines without hardware keys) and adds it like an imported
   // one. RSA takes `rsaBits` from kGeneratedRSABits, else unsupported.
   KeyRecord generate(KeyAlgorithm algorithm, std::string name, Date now, int rsaBits = 3072);

@@ -9,6 +9,7 @@
 
 #include "Crypto/Hash.h"
 #include "KeyStore/KeyStoreError.h"
+#include "SSHWire/WireReader.h"
 #include "TPM/TPMSession.h"
 #include "TPM/TPMWorker.h"
 
@@ -97,6 +98,22 @@ HardwareKeys::CreatedKey TPMHardwareKeys::create(ProtectionClass protection,
   withSession([&](TPMSession& session) {
     TPMSession::NewKey key = session.createKey(withPIN ? pin : nullptr);
     created = {SSHPublicKey::ecdsa(SSHKeyType::ecdsaP256, key.point), std::move(key.blob)};
+  });
+  return created;
+}
+
+HardwareKeys::CreatedKey TPMHardwareKeys::importKey(const SSHPublicKey& publicKey,
+                                                    const SecureBytes& secret) {
+  if (publicKey.keyType() != SSHKeyType::ecdsaP256)
+    throw KeyStoreError::unsupported("only P-256 keys can be moved into the TPM");
+  WireReader reader(publicKey.blob);
+  reader.readStringView();  // the key type
+  reader.readStringView();  // the curve
+  const Bytes point = reader.readString();
+  CreatedKey created;
+  withSession([&](TPMSession& session) {
+    TPMSession::NewKey key = session.importKey(secret.view(), point);
+    created = {publicKey, std::move(key.blob)};
   });
   return created;
 }

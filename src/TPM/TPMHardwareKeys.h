@@ -52,6 +52,8 @@ class TPMHardwareKeys final : public HardwareKeys {
   // instead, with the time after which the TPM forgets one failure); a wrong PIN is wrongPIN
   // with the tries that remain before Quorvane stops asking, or pinLockedOut when none do.
   Bytes sign(ByteView handle, ByteView data, const SecureBytes* pin) override;
+  // P-256 keys only (unsupported otherwise).
+  CreatedKey importKey(const SSHPublicKey& publicKey, const SecureBytes& secret) override;
 
   // The tries Quorvane allows after `failedTries` of `maxTries`: one fewer than the TPM would,
   // so that the TPM itself never locks.

@@ -35,7 +35,6 @@ bool isP256SigningKey(const TPMT_PUBLIC& area) {
   const TPMS_ECC_PARMS& ecc = area.parameters.eccDetail;
   return area.type == TPM2_ALG_ECC && area.nameAlg == TPM2_ALG_SHA256 &&
          (area.objectAttributes & TPMA_OBJECT_SIGN_ENCRYPT) != 0 &&
-         (area.objectAttributes & TPMA_OBJECT_FIXEDTPM) != 0 &&
          (area.objectAttributes & TPMA_OBJECT_DECRYPT) == 0 && ecc.curveID == TPM2_ECC_NIST_P256 &&
          ecc.scheme.scheme == TPM2_ALG_ECDSA &&
          ecc.scheme.details.ecdsa.hashAlg == TPM2_ALG_SHA256 &&

@@ -28,7 +28,8 @@ inline constexpr const char* kTPMKeyBlobMagic = "quorvane-tpm-ecdsa-p256-v1";
 SecureBytes encodeTPMKeyBlob(const TPM2B_PUBLIC& publicPart, const TPM2B_PRIVATE& privatePart);
 
 // The key of a stored blob; nothing when the bytes are not a whole blob, have bytes left over, or
-// hold a public part that is not a fixed P-256 ECDSA-SHA-256 signing key.
+// hold a public part that is not a P-256 ECDSA-SHA-256 signing key (made in the TPM, or imported
+// into it).
 std::optional<TPMKeyBlob> decodeTPMKeyBlob(ByteView bytes);
 
 // The public key of a P-256 public area as an uncompressed point (0x04 || x || y, 65 bytes);

@@ -1,6 +1,7 @@
 #include "TPM/TPMSession.h"
 
 #include <tss2/tss2_esys.h>
+#include <tss2/tss2_mu.h>
 #include <tss2/tss2_rc.h>
 #include <tss2/tss2_tctildr.h>
 
@@ -199,6 +200,50 @@ TPMSession::NewKey TPMSession::createKey(const SecureBytes* pin) {
   std::optional<Bytes> point = p256Point(*publicPart);
   if (!point) throw KeyStoreError::hardwareFailed("the TPM made a key that is not P-256 ECDSA");
   return {std::move(*point), encodeTPMKeyBlob(*publicPart, *privatePart)};
+}
+
+TPMSession::NewKey TPMSession::importKey(ByteView scalar, ByteView point) {
+  if (scalar.size() != kCoordinateSize || point.size() != 1 + 2 * kCoordinateSize ||
+      point[0] != 0x04)
+    throw KeyStoreError::unsupported("only P-256 keys can be imported into the TPM");
+  ensurePrimary();
+  TPM2B_PUBLIC inPublic = signingKeyTemplate(false);
+  TPMT_PUBLIC& area = inPublic.publicArea;
+  // Imported objects cannot claim to have been made in this TPM under this parent.
+  area.objectAttributes &=
+      ~(TPMA_OBJECT_FIXEDTPM | TPMA_OBJECT_FIXEDPARENT | TPMA_OBJECT_SENSITIVEDATAORIGIN);
+  area.unique.ecc.x.size = kCoordinateSize;
+  std::memcpy(area.unique.ecc.x.buffer, point.data() + 1, kCoordinateSize);
+  area.unique.ecc.y.size = kCoordinateSize;
+  std::memcpy(area.unique.ecc.y.buffer, point.data() + 1 + kCoordinateSize, kCoordinateSize);
+
+  // The duplicate without inner or outer wrapper: the marshalled TPM2B_SENSITIVE itself.
+  TPM2B_SENSITIVE sensitive{};
+  WipeOnExit<TPM2B_SENSITIVE> wipeSensitive{sensitive};
+  sensitive.sensitiveArea.sensitiveType = TPM2_ALG_ECC;
+  sensitive.sensitiveArea.sensitive.ecc.size = kCoordinateSize;
+  std::memcpy(sensitive.sensitiveArea.sensitive.ecc.buffer, scalar.data(), kCoordinateSize);
+  TPM2B_PRIVATE duplicate{};
+  WipeOnExit<TPM2B_PRIVATE> wipeDuplicate{duplicate};
+  size_t offset = 0;
+  if (Tss2_MU_TPM2B_SENSITIVE_Marshal(&sensitive, duplicate.buffer, sizeof duplicate.buffer,
+                                      &offset) != TSS2_RC_SUCCESS)
+    throw KeyStoreError::hardwareFailed("the key could not be prepared for the TPM");
+  duplicate.size = static_cast<uint16_t>(offset);
+
+  TPM2B_DATA encryptionKey{};
+  TPM2B_ENCRYPTED_SECRET inSymSeed{};
+  TPMT_SYM_DEF_OBJECT symmetric{};
+  symmetric.algorithm = TPM2_ALG_NULL;
+  const ESYS_TR session = state_->startSaltedSession();
+  State::Flush flushSession{*state_, session};
+  TPM2B_PRIVATE* outPrivate = nullptr;
+  const TSS2_RC rc =
+      Esys_Import(state_->esys, state_->primary, session, ESYS_TR_NONE, ESYS_TR_NONE,
+                  &encryptionKey, &inPublic, &duplicate, &inSymSeed, &symmetric, &outPrivate);
+  EsysPointer<TPM2B_PRIVATE> privatePart(outPrivate);
+  state_->check(rc, "Import (a P-256 key)");
+  return {Bytes(point.begin(), point.end()), encodeTPMKeyBlob(inPublic, *privatePart)};
 }
 
 Bytes TPMSession::sign(ByteView blob, ByteView digest, const SecureBytes* pin) {

@@ -46,6 +46,12 @@ class TPMSession {
   // protection applies to it; without one the key is exempt from it.
   NewKey createKey(const SecureBytes* pin);
 
+  // Wraps an existing P-256 key (its 32-byte private scalar and uncompressed public point) under
+  // the primary, so that from now on only this TPM can use it. Such a key cannot have been made
+  // in the TPM, so it is not marked fixed to it; like every key here it cannot be exported,
+  // since it has no policy that would allow duplicating it.
+  NewKey importKey(ByteView scalar, ByteView point);
+
   // r || s (32 bytes each) of an ECDSA signature over the SHA-256 `digest` by the stored key,
   // authorised by `pin` (in a salted HMAC session) when given. A refused PIN: TPMAuthRefused.
   Bytes sign(ByteView blob, ByteView digest, const SecureBytes* pin);

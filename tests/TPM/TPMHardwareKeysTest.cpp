@@ -122,6 +122,25 @@ TEST_F(TPMKeys, PINKeysSignOnlyWithTheirPINAndStopBeforeTheLockout) {
   EXPECT_NO_THROW(store->sign(plain, data, {}));
 }
 
+// A P-256 key moved into the TPM keeps its public key and signs there; its stored secret is the
+// TPM's wrapped form, not the scalar. Other key types are refused with the reason.
+TEST_F(TPMKeys, ImportedP256KeysSignInTheTPM) {
+  const ImportedKey software = ImportedKey::generate(KeyAlgorithm::ecdsaP256);
+  const KeyRecord record = store->addToHardware(software, "moved", kNow);
+  EXPECT_EQ(record.publicKeyBlob, software.publicKey().blob);
+  EXPECT_EQ(record.protection, ProtectionClass::remoteApproval);
+  EXPECT_TRUE(decodeTPMKeyBlob(secrets->read(record.id)->view()));
+  const Bytes data = bytesOf("moved key");
+  EXPECT_TRUE(verify(store->sign(record, data, {}), data, software.publicKey()));
+  EXPECT_EQ(keyStoreError([&] { store->addToHardware(software, "again", kNow); }),
+            KeyStoreError::duplicateKey());
+  for (KeyAlgorithm algorithm : {KeyAlgorithm::ed25519, KeyAlgorithm::ecdsaP384})
+    EXPECT_EQ(keyStoreError([&] {
+                store->addToHardware(ImportedKey::generate(algorithm), "other", kNow);
+              }).kind(),
+              KeyStoreError::Kind::unsupported);
+}
+
 TEST(TPMSafeTries, KeepOneTryInReserve) {
   EXPECT_EQ(TPMHardwareKeys::safeTries(0, 3), 2u);
   EXPECT_EQ(TPMHardwareKeys::safeTries(1, 3), 1u);
@@ -142,7 +161,8 @@ TEST_F(TPMKeys, AStoredKeyDoesNotLoadInAnotherTPM) {
 
 TEST_F(TPMKeys, SecretsThatAreNotWrappedKeysAreRefused) {
   const KeyRecord record = store->create("laptop", ProtectionClass::remoteApproval, kNow);
-  Bytes blob(secrets->read(record.id)->view().begin(), secrets->read(record.id)->view().end());
+  const SecureBytes stored = *secrets->read(record.id);
+  const Bytes blob(stored.view().begin(), stored.view().end());
   Bytes longer = blob;
   longer.push_back(0);
   Bytes flipped = blob;

@@ -186,6 +186,41 @@ TEST_F(TPMEndToEnd, APINKeySignsWithItsPINAndStopsAskingBeforeTheLockout) {
   EXPECT_NE(fourth.get().exitCode, 0);
 }
 
+// A P-256 key file moved into the TPM signs after the file is gone; an Ed25519 file is refused.
+TEST_F(TPMEndToEnd, AnImportedKeyMovedIntoTheTPMSignsWithoutItsFile) {
+  const auto home = quorvane->home();
+  ASSERT_EQ(runCommand({"ssh-keygen", "-q", "-t", "ecdsa", "-b", "256", "-N", "", "-C", "old", "-f",
+                        (home / "old").string()})
+                .exitCode,
+            0);
+  const CommandResult moved =
+      quorvane->quorvane({"keys", "import", (home / "old").string(), "--into-tpm"});
+  EXPECT_NE(moved.output.find("into the TPM"), std::string::npos) << moved.output;
+  const std::string filePublicKey = readFile(home / "old.pub");
+  EXPECT_EQ(publicKey("old") + "\n", filePublicKey);
+  std::filesystem::remove(home / "old");
+  EXPECT_EQ(quorvane->quorvaneJSON({"keys", "list"})[0]["location"], "tpm");
+
+  auto signing = startSigning("old");
+  quorvane->approveNext();
+  ASSERT_EQ(signing.get().exitCode, 0);
+  writeFile(home / "allowed", "me@example.com " + publicKey("old") + "\n");
+  EXPECT_EQ(runCommand({"ssh-keygen", "-Y", "verify", "-f", (home / "allowed").string(), "-I",
+                        "me@example.com", "-n", "file", "-s", (home / "message.sig").string()},
+                       home / "message")
+                .exitCode,
+            0);
+
+  ASSERT_EQ(
+      runCommand({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", (home / "edwards").string()})
+          .exitCode,
+      0);
+  const CommandResult refused =
+      quorvaneWithTCTI(tpm->tcti(), "keys import " + (home / "edwards").string() + " --into-tpm");
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_NE(refused.output.find("TPMs have no Ed25519 keys"), std::string::npos) << refused.output;
+}
+
 TEST_F(TPMEndToEnd, WithoutATPMGenerateFallsBackWithANoticeAndTypeTPMFails) {
   const std::string missing = "swtpm:path=" + (quorvane->home() / "no-tpm").string();
   const CommandResult fallback = quorvaneWithTCTI(missing, "keys generate plain");
