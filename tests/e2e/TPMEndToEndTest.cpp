@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
+#include <map>
 
 #include "e2e/EndToEndSupport.h"
 #include "support/SoftwareTPM.h"
@@ -106,6 +107,16 @@ TEST_F(TPMEndToEnd, ATPMKeyIsListedAndLogsInToSSHDAfterApproval) {
   EXPECT_NE(
       quorvane->quorvane({"keys", "list"}).output.find("laptop  ecdsa-sha2-nistp256  SHA256:"),
       std::string::npos);
+
+  // doctor sees the TPM answer, and the key available.
+  const JSON checks = JSON::parse(quorvane->quorvane({"doctor", "--json"}, true).output);
+  std::map<std::string, std::string> details;
+  for (const JSON& check : checks)
+    details[check["title"]] =
+        check["level"].get<std::string>() + ": " + check["detail"].get<std::string>();
+  EXPECT_EQ(details["TPM"],
+            "ok: Ready at " + tpm->tcti() + ": new keys are made there and can never be copied.");
+  EXPECT_EQ(details["Keys in Quorvane's keychain"], "ok: 1 key available");
 
   SSHServer server(quorvane->home() / "sshd", {publicKey("laptop")});
   writeFile(quorvane->home() / ".ssh" / "known_hosts", server.knownHostsLine() + "\n");
