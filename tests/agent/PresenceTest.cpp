@@ -385,18 +385,24 @@ TEST_F(PINApproval, ThePINComesWithTheApprovalLastsForTheWindowAndEndsWithALock)
   EXPECT_EQ(hardware->signaturesWithPIN, 2) << "with the PIN the window kept";
   EXPECT_EQ(checkedPINs.size(), 1u);
 
+  clock->advance(201);
+  auto afterWindow = startSigning(touchID);
+  EXPECT_TRUE(approveWithPIN(frontend, 300).value("ok", false));
+  EXPECT_TRUE(afterWindow.get());
+  EXPECT_EQ(checkedPINs.size(), 2u) << "the window's end forgot the PIN";
+
   agent.lock();
   agent.unlock();
   auto afterLock = startSigning(touchID);
   EXPECT_TRUE(approveWithPIN(frontend).value("ok", false));
   EXPECT_TRUE(afterLock.get());
-  EXPECT_EQ(checkedPINs.size(), 2u) << "the lock forgot the PIN";
+  EXPECT_EQ(checkedPINs.size(), 3u) << "the lock forgot the PIN";
 
   // Software keys have no PIN.
   auto software = startSigning(imported);
   EXPECT_TRUE(approveWithPIN(frontend).value("ok", false));
   EXPECT_TRUE(software.get());
-  EXPECT_EQ(checkedPINs.size(), 2u);
+  EXPECT_EQ(checkedPINs.size(), 3u);
 }
 
 TEST_F(PINApproval, AWrongPINIsAskedAgainWithTheTriesLeftUntilTheHardwareSaysWait) {
