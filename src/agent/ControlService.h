@@ -2,8 +2,8 @@
 
 #include <functional>
 #include <optional>
-#include <string>
 #include <stop_token>
+#include <string>
 
 #include "AgentEngine/Agent.h"
 #include "AgentEngine/LocalApprover.h"
