@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "KeyStore/KeyStoreError.h"
+#include "TPM/TPMInnerWrapper.h"
 #include "TPM/TPMKeyBlob.h"
 #include "TPM/TPMResult.h"
 
@@ -217,30 +218,21 @@ TPMSession::NewKey TPMSession::importKey(ByteView scalar, ByteView point) {
   area.unique.ecc.y.size = kCoordinateSize;
   std::memcpy(area.unique.ecc.y.buffer, point.data() + 1 + kCoordinateSize, kCoordinateSize);
 
-  // The duplicate without inner or outer wrapper: the marshalled TPM2B_SENSITIVE itself.
   TPM2B_SENSITIVE sensitive{};
   WipeOnExit<TPM2B_SENSITIVE> wipeSensitive{sensitive};
   sensitive.sensitiveArea.sensitiveType = TPM2_ALG_ECC;
   sensitive.sensitiveArea.sensitive.ecc.size = kCoordinateSize;
   std::memcpy(sensitive.sensitiveArea.sensitive.ecc.buffer, scalar.data(), kCoordinateSize);
-  TPM2B_PRIVATE duplicate{};
-  WipeOnExit<TPM2B_PRIVATE> wipeDuplicate{duplicate};
-  size_t offset = 0;
-  if (Tss2_MU_TPM2B_SENSITIVE_Marshal(&sensitive, duplicate.buffer, sizeof duplicate.buffer,
-                                      &offset) != TSS2_RC_SUCCESS)
-    throw KeyStoreError::hardwareFailed("the key could not be prepared for the TPM");
-  duplicate.size = static_cast<uint16_t>(offset);
-
-  TPM2B_DATA encryptionKey{};
+  TPMInnerWrapped wrapped = wrapForImport(sensitive, inPublic);
+  WipeOnExit<TPMInnerWrapped> wipeWrapped{wrapped};
+  // No outer wrapper: nothing was duplicated from another TPM.
   TPM2B_ENCRYPTED_SECRET inSymSeed{};
-  TPMT_SYM_DEF_OBJECT symmetric{};
-  symmetric.algorithm = TPM2_ALG_NULL;
   const ESYS_TR session = state_->startSaltedSession();
   State::Flush flushSession{*state_, session};
   TPM2B_PRIVATE* outPrivate = nullptr;
-  const TSS2_RC rc =
-      Esys_Import(state_->esys, state_->primary, session, ESYS_TR_NONE, ESYS_TR_NONE,
-                  &encryptionKey, &inPublic, &duplicate, &inSymSeed, &symmetric, &outPrivate);
+  const TSS2_RC rc = Esys_Import(state_->esys, state_->primary, session, ESYS_TR_NONE, ESYS_TR_NONE,
+                                 &wrapped.encryptionKey, &inPublic, &wrapped.duplicate, &inSymSeed,
+                                 &wrapped.symmetric, &outPrivate);
   EsysPointer<TPM2B_PRIVATE> privatePart(outPrivate);
   state_->check(rc, "Import (a P-256 key)");
   return {Bytes(point.begin(), point.end()), encodeTPMKeyBlob(inPublic, *privatePart)};
