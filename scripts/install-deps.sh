@@ -14,6 +14,7 @@ packages=(
   libcli11-dev                        # command-line parsing
   libpam0g-dev                        # presence verification through PAM
   libcurl4-openssl-dev                # HTTPS requests to the relay
+  libtss2-dev                         # TPM 2.0 keys (tpm2-tss: ESYS, the TCTI loader)
   openssh-client                      # ssh and ssh-keygen, which the agent serves and Git signs with
 )
 test_packages=(
@@ -25,6 +26,7 @@ test_packages=(
   openssh-server                      # sshd on a loopback port in the end-to-end tests
   valgrind                            # the constant-time check of ML-KEM (memcheck and its header)
   putty-tools                         # puttygen: PuTTY key files for the import tests
+  swtpm swtpm-tools                   # software TPMs that the TPM tests start
 )
 if [[ "${1:-}" == "--tests" ]]; then packages+=("${test_packages[@]}"); fi
 

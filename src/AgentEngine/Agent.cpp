@@ -78,6 +78,15 @@ void Agent::setRemoteApprovalAvailable(bool available) {
   remoteApprovalAvailable_ = available;
 }
 
+void Agent::forgetEndedWindows(Date now) {
+  MutexLock lock(mutex_);
+  forgetEndedWindowsLocked(now);
+}
+
+void Agent::forgetEndedWindowsLocked(Date now) {
+  std::erase_if(contexts_, [&](const auto& entry) { return entry.second.until <= now; });
+}
+
 uint64_t Agent::epoch() const {
   MutexLock lock(mutex_);
   return epoch_;

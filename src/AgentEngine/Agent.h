@@ -72,6 +72,8 @@ class Agent {
   // user's presence first). Returns how many it lifted.
   size_t unblock(const std::function<bool(const DenialBlock&)>& lifted);
   void setRemoteApprovalAvailable(bool available);
+  // Lets go of the confirmations (and the PINs they hold) of windows that ended by `now`.
+  void forgetEndedWindows(Date now);
   uint64_t epoch() const;
 
   // The sign path: decides, maybe asks the approver (honouring `watch`), signs, and writes exactly
@@ -88,6 +90,7 @@ class Agent {
 
   // Sets `locked` and raises the epoch.
   void lockLocked() REQUIRES(mutex_);
+  void forgetEndedWindowsLocked(Date now) REQUIRES(mutex_);
 
   // The policy's verdict on one request, with what the wait after it needs to know; taken in
   // one hold of the mutex.
@@ -115,7 +118,7 @@ class Agent {
                                  ClientWatch& watch) EXCLUDES(mutex_);
   bool settleAfterWait(SignAttempt& attempt, const Verdict& verdict, const PolicyRequest& request,
                        const ApprovalResult& result, ClientWatch& watch) EXCLUDES(mutex_);
-  std::optional<Bytes> signAndPin(SignAttempt& attempt);
+  std::optional<Bytes> signAndPin(SignAttempt& attempt, ClientWatch& watch);
   void record(const ActivityEntry& entry);
 
   const AgentServices services_;

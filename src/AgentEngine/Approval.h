@@ -10,6 +10,7 @@
 #include "Base/Bytes.h"
 #include "Base/Date.h"
 #include "Base/JSONReader.h"
+#include "Base/SecureBytes.h"
 #include "Base/UUID.h"
 #include "KeyStore/KeyRecord.h"
 #include "Policy/Decision.h"
@@ -29,6 +30,10 @@ struct AuthContext {
   // A presence verification (PAM) proved the user was there; false when the user turned
   // verification off and the frontend's answer stood alone.
   bool verified = false;
+  // The PIN of the hardware key `pinKey`, checked when the user gave it with this confirmation;
+  // it lives as long as the context (the approval, or its window) and is wiped with it.
+  std::shared_ptr<const SecureBytes> pin = nullptr;
+  UUID pinKey = {};
 };
 
 // What is handed to an approver: one signature waiting for a human's answer.

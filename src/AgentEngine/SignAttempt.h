@@ -1,10 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "ActivityModel/ActivityEntry.h"
+#include "AgentEngine/Approval.h"
 #include "AgentEngine/HostNameStatus.h"
 #include "AgentEngine/SignInput.h"
 #include "KeyStore/KeyRecord.h"
@@ -46,6 +48,9 @@ struct SignAttempt {
   RequestPurpose purpose = RequestPurpose::other();
   HostNameStatus hostName;
   std::optional<std::string> hostFingerprint;
+  // The user's confirmation that this signature goes ahead with, when there is one: the
+  // approval's, or that of the window that allowed it.
+  std::shared_ptr<const AuthContext> context;
 };
 
 }  // namespace quorvane

@@ -121,7 +121,10 @@ std::optional<Bytes> Agent::decideAndSign(SignAttempt& attempt, ClientWatch& wat
 
   switch (verdict.acted) {
     case Decision::deny: return attempt.deny(decidedByText(verdict.outcome.reason));
-    case Decision::allow: attempt.entry.decidedBy = decidedByText(verdict.outcome.reason); break;
+    case Decision::allow:
+      attempt.entry.decidedBy = decidedByText(verdict.outcome.reason);
+      attempt.context = verdict.context;
+      break;
     case Decision::askLocal:
     case Decision::askRemote: {
       if (verdict.tooManyPending) return attempt.refuse("too many pending requests");
@@ -130,7 +133,7 @@ std::optional<Bytes> Agent::decideAndSign(SignAttempt& attempt, ClientWatch& wat
       break;
     }
   }
-  return signAndPin(attempt);
+  return signAndPin(attempt, watch);
 }
 
 // The lock check, the evaluation, the epoch snapshot and the pending check-and-raise happen in
@@ -139,6 +142,7 @@ Agent::Verdict Agent::decide(const SignAttempt& attempt, const PolicyRequest& re
   const bool livePresence = needsLivePresence(attempt.key->protection);
   Verdict verdict;
   MutexLock lock(mutex_);
+  forgetEndedWindowsLocked(attempt.now);
   verdict.locked = locked_;
   verdict.outcome = policy_.evaluate(request, attempt.now);
   verdict.epoch = epoch_;
@@ -217,6 +221,7 @@ bool Agent::settleAfterWait(SignAttempt& attempt, const Verdict& verdict,
   auto* approved = std::get_if<ApprovalResult::Approved>(&result.value);
   if (approved == nullptr) return attempt.refuse("approval cancelled"), false;
   attempt.entry.decidedBy = approved->by;
+  attempt.context = approved->context;
   if (approved->scope.windowSeconds && verdict.outcome.windowAllowed) {
     const double seconds = *approved->scope.windowSeconds;
     policy_.addGrant(request, seconds, answeredAt);
@@ -228,9 +233,17 @@ bool Agent::settleAfterWait(SignAttempt& attempt, const Verdict& verdict,
 }
 
 // Signs, and pins a host name that known_hosts confirmed to the host key the session proved.
-std::optional<Bytes> Agent::signAndPin(SignAttempt& attempt) {
+std::optional<Bytes> Agent::signAndPin(SignAttempt& attempt, ClientWatch& watch) {
+  // A TPM takes from tens to hundreds of milliseconds per signature, and signs one at a time:
+  // this thread tells the server that it waits, so that other clients are served meanwhile.
+  if (attempt.key->protection != ProtectionClass::imported) (void)watch.token();
+  // The PIN that the user gave for this key with the approval (or its window).
+  const SecureBytes* pin = nullptr;
+  if (attempt.context && attempt.context->pin && attempt.context->pinKey == attempt.key->id)
+    pin = attempt.context->pin.get();
   try {
-    Bytes signature = services_.keys->sign(*attempt.key, attempt.input.data, attempt.input.flags);
+    Bytes signature =
+        services_.keys->sign(*attempt.key, attempt.input.data, attempt.input.flags, pin);
     attempt.entry.outcome = ActivityEntry::Outcome::signed_;
     if (services_.pins && attempt.hostFingerprint &&
         std::holds_alternative<HostNameStatus::Confirmed>(attempt.hostName.value)) {

@@ -1,5 +1,7 @@
 #include "AgentState/SupportState.h"
 
+#include <utility>
+
 #include "ActivityStore/KeychainChainAnchor.h"
 #include "KeyStore/KeychainSealingKey.h"
 #include "KeyStore/KeychainSecretStore.h"
@@ -13,9 +15,9 @@ SupportState SupportState::open() {
   return {keychain, std::make_shared<KeychainSealingKey>(keychain), supportFolder()};
 }
 
-std::shared_ptr<KeyStore> SupportState::openKeyStore() const {
+std::shared_ptr<KeyStore> SupportState::openKeyStore(std::shared_ptr<HardwareKeys> hardware) const {
   return std::make_shared<KeyStore>(std::make_shared<KeychainSecretStore>(keychain),
-                                    folder / "keys.json", sealing);
+                                    folder / "keys.json", sealing, std::move(hardware));
 }
 
 std::shared_ptr<ActivityStore> SupportState::openActivityLog(bool anchorInBackground) const {

@@ -20,7 +20,9 @@ struct SupportState {
   // The real state: the file keychain and the keychain-backed sealing key.
   static SupportState open();
 
-  std::shared_ptr<KeyStore> openKeyStore() const;
+  // The key store; `hardware` is the back end of hardware keys (null: none, so that listing and
+  // software keys never touch a TPM).
+  std::shared_ptr<KeyStore> openKeyStore(std::shared_ptr<HardwareKeys> hardware = nullptr) const;
   // The activity log "activity.sqlite" with its keychain-backed anchor and chain key. The agent
   // records the anchor in the background (see ActivityStore::open).
   std::shared_ptr<ActivityStore> openActivityLog(bool anchorInBackground = false) const;

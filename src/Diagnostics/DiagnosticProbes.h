@@ -36,9 +36,21 @@ struct KeyAvailability {
   struct Key {
     std::string name;
     bool readable = false;
+    bool inTPM = false;  // a TPM key: it also needs the TPM to answer
   };
   std::optional<std::string> failure;  // the key list itself could not be read: why
   std::vector<Key> keys;
+};
+
+// The TPM that hardware keys use.
+struct TPMStatus {
+  std::string where;        // the device ("/dev/tpmrm0"), or the TCTI when it is no device
+  bool present = false;     // the device exists (always true for a TCTI that is no device)
+  bool accessible = false;  // this user may open it (likewise)
+  bool inTSSGroup = false;  // the user is a member of the group "tss"
+  // Present and accessible, but not answering: why. Nothing when it answers.
+  std::optional<std::string> problem;
+  bool answers() const { return present && accessible && !problem; }
 };
 
 // The relay's health answer.
@@ -72,6 +84,8 @@ class DiagnosticProbes {
   // A variable of this process's environment; nothing when unset.
   virtual std::optional<std::string> environment(const std::string& name) = 0;
   virtual KeyAvailability keys() = 0;
+  // Connects to the TPM (nothing is stored in it) to see whether it answers.
+  virtual TPMStatus tpm() = 0;
   // Whether approvals need the user's verified presence (the setting `quorvane presence` changes).
   virtual bool presenceVerificationOn() = 0;
   // Whether the user's account has a password that PAM's password check could accept.

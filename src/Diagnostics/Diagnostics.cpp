@@ -149,20 +149,65 @@ Checks sshConfiguration(DiagnosticProbes& probes, const DiagnosticSettings& sett
                  joined(others) + ". That's fine if you excluded them on purpose.");
 }
 
+// The TPM row, in the words of the keys check: whether new keys can be made where they cannot be
+// copied, and whether the TPM keys listed can sign.
+DiagnosticCheck tpmCheck(const TPMStatus& tpm, bool hasTPMKeys) {
+  constexpr const char* kTitle = "TPM";
+  const Level missing = hasTPMKeys ? Level::problem : Level::warning;
+  if (tpm.answers())
+    return {{},
+            kTitle,
+            Level::ok,
+            "Ready at " + tpm.where + ": new keys are made there and can never be copied."};
+  if (!tpm.present)
+    return {{},
+            kTitle,
+            missing,
+            "No TPM at " + tpm.where +
+                ": new keys are software keys, which programs running as you could copy."};
+  if (!tpm.accessible && !tpm.inTSSGroup)
+    return {{},
+            kTitle,
+            missing,
+            "You may not use " + tpm.where +
+                ". Join the tss group (sudo usermod -aG tss $USER), then log in again."};
+  if (!tpm.accessible)
+    return {{},
+            kTitle,
+            missing,
+            "You are in the tss group but may not use " + tpm.where +
+                ". Log in again so that the group counts, or check the device's permissions."};
+  return {{},
+          kTitle,
+          Level::problem,
+          "The TPM at " + tpm.where + " does not answer: " + tpm.problem.value_or("unknown") + "."};
+}
+
 Checks keychainKeys(DiagnosticProbes& probes, const DiagnosticSettings&) {
   constexpr const char* kTitle = "Keys in Quorvane's keychain";
   KeyAvailability availability = probes.keys();
+  const TPMStatus tpm = probes.tpm();
   if (availability.failure)
-    return one(kTitle, Level::problem, "The key list can't be read: " + *availability.failure);
+    return {{{}, kTitle, Level::problem, "The key list can't be read: " + *availability.failure},
+            tpmCheck(tpm, false)};
   std::vector<std::string> unavailable;
-  for (const KeyAvailability::Key& key : availability.keys)
-    if (!key.readable) unavailable.push_back(key.name);
+  bool hasTPMKeys = false;
+  for (const KeyAvailability::Key& key : availability.keys) {
+    hasTPMKeys = hasTPMKeys || key.inTPM;
+    if (!key.readable || (key.inTPM && !tpm.answers())) unavailable.push_back(key.name);
+  }
   if (!unavailable.empty())
-    return one(kTitle, Level::problem,
-               "Unavailable: " + joined(unavailable) +
-                   ". They can't sign; create replacements and update your services.");
-  return one(kTitle, Level::ok,
-             counted(static_cast<int64_t>(availability.keys.size()), "key", "keys") + " available");
+    return {{{},
+             kTitle,
+             Level::problem,
+             "Unavailable: " + joined(unavailable) +
+                 ". They can't sign; create replacements and update your services."},
+            tpmCheck(tpm, hasTPMKeys)};
+  return {{{},
+           kTitle,
+           Level::ok,
+           counted(static_cast<int64_t>(availability.keys.size()), "key", "keys") + " available"},
+          tpmCheck(tpm, hasTPMKeys)};
 }
 
 // Other SSH agents that may answer for some hosts. Found ones are reported for information: a
@@ -248,7 +293,7 @@ constexpr DiagnosticStep kSteps[] = {
     socketPath,            // "Socket path"
     defaultAgentForApps,   // "Default agent for apps (SSH_AUTH_SOCK)"
     sshConfiguration,      // "~/.ssh/config"
-    keychainKeys,          // "Keys in Quorvane's keychain"
+    keychainKeys,          // "Keys in Quorvane's keychain", then "TPM"
     presenceVerification,  // "Presence verification", only when it is off
     blocks,                // "Blocked", one line per block in force
     otherAgents,           // one line per other SSH agent found

@@ -1,13 +1,17 @@
 #include "Diagnostics/SystemProbes.h"
 
+#include <grp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
 #include "AgentState/PresenceSetting.h"
 #include "AgentState/RelaySetting.h"
@@ -26,6 +30,7 @@
 #include "RelayClient/RelayTexts.h"
 #include "SSHWire/Framing.h"
 #include "SSHWire/WireError.h"
+#include "TPM/TPMHardwareKeys.h"
 
 namespace quorvane {
 namespace {
@@ -151,13 +156,40 @@ KeyAvailability SystemProbes::keys() {
         readable = secrets.read(record.id).has_value();
       } catch (const std::exception&) {
       }
-      availability.keys.push_back({record.name, readable});
+      availability.keys.push_back(
+          {record.name, readable, record.protection != ProtectionClass::imported});
     }
   } catch (const std::exception& error) {
     availability.failure = error.what();
     availability.keys.clear();
   }
   return availability;
+}
+
+TPMStatus SystemProbes::tpm() {
+  TPMStatus status;
+  const std::string tcti = TPMHardwareKeys::configuredTCTI();
+  constexpr std::string_view kDevicePrefix = "device:";
+  status.where = tcti;
+  status.present = status.accessible = true;
+  if (tcti.starts_with(kDevicePrefix)) {
+    status.where = tcti.substr(kDevicePrefix.size());
+    if (status.where.empty()) status.where = "/dev/tpmrm0";
+    status.present = ::access(status.where.c_str(), F_OK) == 0;
+    status.accessible = status.present && ::access(status.where.c_str(), R_OK | W_OK) == 0;
+  }
+  if (const group* tss = ::getgrnam("tss")) {
+    std::vector<gid_t> groups(static_cast<size_t>(std::max(0, ::getgroups(0, nullptr))));
+    const int count = ::getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.resize(static_cast<size_t>(std::max(0, count)));
+    status.inTSSGroup = ::getegid() == tss->gr_gid ||
+                        std::find(groups.begin(), groups.end(), tss->gr_gid) != groups.end();
+  }
+  if (status.present && status.accessible) {
+    TPMHardwareKeys hardware(tcti);
+    if (!hardware.available()) status.problem = hardware.problem().value_or("unknown");
+  }
+  return status;
 }
 
 bool SystemProbes::presenceVerificationOn() {

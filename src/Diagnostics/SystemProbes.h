@@ -24,6 +24,7 @@ class SystemProbes final : public DiagnosticProbes {
                                               const std::string& host) override;
   std::optional<std::string> environment(const std::string& name) override;
   KeyAvailability keys() override;
+  TPMStatus tpm() override;
   bool presenceVerificationOn() override;
   AccountPassword accountPassword() override;
   std::vector<std::string> activeBlocks(const std::filesystem::path& controlSocket) override;

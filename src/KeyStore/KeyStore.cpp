@@ -103,14 +103,15 @@ KeyRecord KeyStore::appendWithSecret(KeyRecord record) {
   return record;
 }
 
-KeyRecord KeyStore::create(std::string name, ProtectionClass protection, Date now) {
+KeyRecord KeyStore::create(std::string name, ProtectionClass protection, Date now,
+                           const SecureBytes* pin) {
   if (protection == ProtectionClass::imported)
     throw KeyStoreError::unsupported("import has its own path");
   if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
   requireUTF8Name(name);
 
   MutexLock change(changeMutex_);
-  HardwareKeys::CreatedKey created = hardware_->create(protection);
+  HardwareKeys::CreatedKey created = hardware_->create(protection, pin);
   if (created.publicKey.keyType() != SSHKeyType::ecdsaP256)
     throw KeyStoreError::unsupported("the hardware made a key that is not P-256");
   KeyRecord added{UUID::random(), std::move(name),        KeyAlgorithm::ecdsaP256,
@@ -130,6 +131,19 @@ KeyRecord KeyStore::add(const ImportedKey& key, std::string name, Date now) {
   return appendWithSecret(std::move(added));
 }
 
+KeyRecord KeyStore::addToHardware(const ImportedKey& key, std::string name, Date now) {
+  requireUTF8Name(name);
+  if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
+  MutexLock change(changeMutex_);
+  if (record(key.publicKey().blob)) throw KeyStoreError::duplicateKey();
+  HardwareKeys::CreatedKey moved = hardware_->importKey(key.publicKey(), key.secret());
+  KeyRecord added{UUID::random(),       std::move(name),
+                  key.algorithm(),      ProtectionClass::remoteApproval,
+                  key.publicKey().blob, wholeSeconds(now)};
+  secrets_->store(added.id, moved.handle.view());
+  return appendWithSecret(std::move(added));
+}
+
 KeyRecord KeyStore::generate(KeyAlgorithm algorithm, std::string name, Date now, int rsaBits) {
   if (algorithm == KeyAlgorithm::rsa &&
       std::find(std::begin(kGeneratedRSABits), std::end(kGeneratedRSABits), rsaBits) ==
@@ -143,7 +157,8 @@ bool KeyStore::refusesSHA1(const KeyRecord& record, SignFlags flags) {
   return record.algorithm == KeyAlgorithm::rsa && !signatureAlgorithm(SSHKeyType::rsa, flags);
 }
 
-Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) const {
+Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags,
+                     const SecureBytes* pin) const {
   if (record.protection == ProtectionClass::imported) {
     const ImportedKey key = signingKey(record);
     if (refusesSHA1(record, flags)) throw KeyStoreError::rsaSHA1Refused();
@@ -154,8 +169,21 @@ Bytes KeyStore::sign(const KeyRecord& record, ByteView data, SignFlags flags) co
   if (!secret) throw KeyStoreError::keyMissing(record.id);
   if (record.algorithm != KeyAlgorithm::ecdsaP256)
     throw KeyStoreError::unsupported(std::string(rawValue(record.algorithm)) + " in the TPM");
-  if (!hardware_ || !hardware_->available()) throw KeyStoreError::secureEnclaveUnavailable();
-  return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data));
+  if (!hardware_) throw KeyStoreError::secureEnclaveUnavailable();
+  try {
+    return SSHSignature::ecdsa(SSHKeyType::ecdsaP256, hardware_->sign(secret->view(), data, pin));
+  } catch (const KeyStoreError& error) {
+    // The back end cannot know which record a handle it refuses belongs to.
+    if (error.kind() == KeyStoreError::Kind::invalidSecret)
+      throw KeyStoreError::invalidSecret(record.id);
+    throw;
+  }
+}
+
+void KeyStore::checkPIN(const KeyRecord& record, const SecureBytes& pin) const {
+  if (record.protection == ProtectionClass::imported)
+    throw KeyStoreError::unsupported("a software key has no PIN");
+  sign(record, bytesOf("quorvane: is this the key's PIN?"), {}, &pin);
 }
 
 ImportedKey KeyStore::signingKey(const KeyRecord& record) const {

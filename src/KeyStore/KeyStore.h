@@ -59,11 +59,18 @@ class KeyStore {
   // A new hardware key. `imported`: unsupported("import has its own path"); no hardware back end
   // (or none available): secureEnclaveUnavailable; a name that is not UTF-8:
   // unsupported("the name is not UTF-8").
-  KeyRecord create(std::string name, ProtectionClass protection, Date now);
+  // `pin`: the hardware's own secret for the key (see HardwareKeys::create).
+  KeyRecord create(std::string name, ProtectionClass protection, Date now,
+                   const SecureBytes* pin = nullptr);
 
   // Stores a software key under a new id with protection `imported`. A key whose public key blob
   // is already listed: duplicateKey. If the list cannot be saved the secret is deleted again.
   KeyRecord add(const ImportedKey& key, std::string name, Date now);
+
+  // Moves a software key into the hardware: a record with protection `remoteApproval` whose
+  // secret is the hardware's handle. The same errors as `add`, and the back end's
+  // (secureEnclaveUnavailable without one; unsupported for keys it cannot take).
+  KeyRecord addToHardware(const ImportedKey& key, std::string name, Date now);
 
   // Generates a software key (for machines without hardware keys) and adds it like an imported
   // one. RSA takes `rsaBits` from kGeneratedRSABits, else unsupported.
@@ -74,9 +81,16 @@ class KeyStore {
   // read; a secret changed outside the store is seen after the next reload. No secret:
   // keyMissing(id). Software
   // keys: invalidSecret(id) when the secret does not make the record's key; RSA without a SHA-2
-  // flag: rsaSHA1Refused. Hardware keys: only P-256 (else unsupported("<type> in the Secure
-  // Enclave")), and secureEnclaveUnavailable without a back end.
-  Bytes sign(const KeyRecord& record, ByteView data, SignFlags flags) const;
+  // flag: rsaSHA1Refused. Hardware keys: only P-256 (else unsupported("<type> in the TPM")),
+  // secureEnclaveUnavailable without a usable back end, invalidSecret(id) for a handle that the
+  // back end does not take (made by another TPM), and the back end's errors.
+  // `pin` authorises a hardware key made with one.
+  Bytes sign(const KeyRecord& record, ByteView data, SignFlags flags,
+             const SecureBytes* pin = nullptr) const;
+
+  // Whether `pin` is the PIN of the hardware key `record`: signs a fixed text with it. Throws as
+  // `sign` does (wrongPIN, pinLockedOut).
+  void checkPIN(const KeyRecord& record, const SecureBytes& pin) const;
 
   // Whether `sign` refuses these flags for this key whatever else holds: an RSA signature
   // without a SHA-2 flag would be made with SHA-1.

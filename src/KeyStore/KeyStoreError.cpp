@@ -14,10 +14,17 @@ std::string describe(KeyStoreError::Kind kind, const KeyStoreErrorPayload& paylo
     case KeyStoreError::Kind::unsupported: return "unsupported: " + payload.text;
     case KeyStoreError::Kind::invalidSecret:
       return "invalid secret for key " + payload.id.uuidString();
-    case KeyStoreError::Kind::secureEnclaveUnavailable: return "no hardware key backend";
+    case KeyStoreError::Kind::secureEnclaveUnavailable: return "no usable TPM";
     case KeyStoreError::Kind::duplicateKey: return "the key is already in the list";
     case KeyStoreError::Kind::rsaSHA1Refused: return "RSA signature with SHA-1 refused";
     case KeyStoreError::Kind::unknownKey: return "no key " + payload.id.uuidString();
+    case KeyStoreError::Kind::hardwareFailed: return "TPM: " + payload.text;
+    case KeyStoreError::Kind::wrongPIN:
+      return "wrong PIN; " + std::to_string(payload.count) +
+             (payload.count == 1 ? " try" : " tries") + " left";
+    case KeyStoreError::Kind::pinLockedOut:
+      return "too many wrong PINs; the TPM takes PINs again in about " +
+             std::to_string(payload.count) + " s";
   }
   return "key store error";
 }
@@ -46,5 +53,14 @@ KeyStoreError KeyStoreError::secureEnclaveUnavailable() {
 KeyStoreError KeyStoreError::duplicateKey() { return {Kind::duplicateKey, {}}; }
 KeyStoreError KeyStoreError::rsaSHA1Refused() { return {Kind::rsaSHA1Refused, {}}; }
 KeyStoreError KeyStoreError::unknownKey(const UUID& id) { return {Kind::unknownKey, {"", 0, id}}; }
+KeyStoreError KeyStoreError::hardwareFailed(std::string report) {
+  return {Kind::hardwareFailed, {std::move(report), 0, {}}};
+}
+KeyStoreError KeyStoreError::wrongPIN(uint32_t triesLeft) {
+  return {Kind::wrongPIN, {"", 0, {}, triesLeft}};
+}
+KeyStoreError KeyStoreError::pinLockedOut(uint32_t seconds) {
+  return {Kind::pinLockedOut, {"", 0, {}, seconds}};
+}
 
 }  // namespace quorvane

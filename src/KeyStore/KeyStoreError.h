@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "Base/EnumNames.h"
@@ -19,15 +20,20 @@ enum class KeyStoreErrorKind {
   duplicateKey,
   rsaSHA1Refused,
   unknownKey,
+  hardwareFailed,
+  wrongPIN,
+  pinLockedOut,
 };
 
-// The description of accessControl or the reason of unsupported (empty otherwise), the status of
+// The description of accessControl, the reason of unsupported or the hardware's report of
+// hardwareFailed (empty otherwise), the status of
 // keychain (0 otherwise) and the record id of keyMissing, invalidSecret and unknownKey (all zero
-// otherwise).
+// otherwise), and the tries left of wrongPIN or the seconds to wait of pinLockedOut (0 otherwise).
 struct KeyStoreErrorPayload {
   std::string text;
   KeychainStatus status = 0;
   UUID id;
+  uint32_t count = 0;
   friend bool operator==(const KeyStoreErrorPayload&, const KeyStoreErrorPayload&) = default;
 };
 
@@ -43,10 +49,16 @@ struct KeyStoreErrorPayload {
 //   duplicateKey                a key whose public key blob is already in the list
 //   rsaSHA1Refused              an RSA signature asked for without either SHA-2 flag
 //   unknownKey(id)              no record has the id `id`
+//   hardwareFailed(report)      the hardware key back end (the TPM) could not do what was asked;
+//                               its report of why
+//   wrongPIN(triesLeft)         the hardware refused the key's PIN and counted the failure;
+//                               `triesLeft` (at least 1) more may be tried before Quorvane stops
+//   pinLockedOut(seconds)       no PIN is tried now: the hardware locked PIN keys after too many
+//                               failures, or one more failure would make it; wait `seconds`
 // The application composes the user's sentences from the kind and payload.
 class KeyStoreError : public KindedError<KeyStoreError, KeyStoreErrorKind, KeyStoreErrorPayload> {
  public:
-  static constexpr EnumNames<Kind, 9> kKindNames{
+  static constexpr EnumNames<Kind, 12> kKindNames{
       "KeyStoreError",
       {{{Kind::accessControl, "accessControl"},
         {Kind::keychain, "keychain"},
@@ -56,7 +68,10 @@ class KeyStoreError : public KindedError<KeyStoreError, KeyStoreErrorKind, KeySt
         {Kind::secureEnclaveUnavailable, "secureEnclaveUnavailable"},
         {Kind::duplicateKey, "duplicateKey"},
         {Kind::rsaSHA1Refused, "rsaSHA1Refused"},
-        {Kind::unknownKey, "unknownKey"}}}};
+        {Kind::unknownKey, "unknownKey"},
+        {Kind::hardwareFailed, "hardwareFailed"},
+        {Kind::wrongPIN, "wrongPIN"},
+        {Kind::pinLockedOut, "pinLockedOut"}}}};
 
   static KeyStoreError accessControl(std::string description);
   static KeyStoreError keychain(KeychainStatus status);
@@ -67,10 +82,14 @@ class KeyStoreError : public KindedError<KeyStoreError, KeyStoreErrorKind, KeySt
   static KeyStoreError duplicateKey();
   static KeyStoreError rsaSHA1Refused();
   static KeyStoreError unknownKey(const UUID& id);
+  static KeyStoreError hardwareFailed(std::string report);
+  static KeyStoreError wrongPIN(uint32_t triesLeft);
+  static KeyStoreError pinLockedOut(uint32_t seconds);
 
   const std::string& text() const { return payload().text; }
   KeychainStatus status() const { return payload().status; }
   const UUID& id() const { return payload().id; }
+  uint32_t count() const { return payload().count; }
 
  private:
   KeyStoreError(Kind kind, KeyStoreErrorPayload payload);

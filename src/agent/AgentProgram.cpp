@@ -29,6 +29,7 @@
 #include "Platform/SocketIO.h"
 #include "ProcessContext/ProcessChain.h"
 #include "ProcessContext/ProcessContextError.h"
+#include "TPM/TPMHardwareKeys.h"
 #include "agent/ConnectionServer.h"
 #include "agent/ControlService.h"
 #include "agent/DaemonError.h"
@@ -69,7 +70,8 @@ class AgentSession final : public FrameServer::Session {
 struct RunningAgent {
   SupportState support = SupportState::open();
   std::shared_ptr<SystemClock> clock = std::make_shared<SystemClock>();
-  std::shared_ptr<KeyStore> keys = support.openKeyStore();
+  std::shared_ptr<TPMHardwareKeys> tpm = std::make_shared<TPMHardwareKeys>();
+  std::shared_ptr<KeyStore> keys = support.openKeyStore(tpm);
   std::shared_ptr<ActivityStore> log = support.openActivityLog(true);
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   AnnouncementBoard announcements;
@@ -94,6 +96,11 @@ struct RunningAgent {
                            std::make_shared<KeychainLockStore>(support.keychain),
                            clock};
     agent = std::make_unique<Agent>(std::move(services), PolicyEngine{});
+    if (tpm->available())
+      say("TPM keys are made and used in the TPM at " + tpm->tcti());
+    else
+      say("no usable TPM at " + tpm->tcti() + " (" + tpm->problem().value_or("unknown") +
+          "); TPM keys cannot sign");
     reload();
   }
 
@@ -196,7 +203,8 @@ int runAgentProgram(const AgentProgramOptions& options) {
     ControlService control(
         *running.agent, *running.approver, *running.presence,
         {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
-         [&](bool enabled) { savePresenceVerification(running.support, enabled); }});
+         [&](bool enabled) { savePresenceVerification(running.support, enabled); },
+         [&](const KeyRecord& key, const SecureBytes& pin) { running.keys->checkPIN(key, pin); }});
     FrameServer agentServer(agentListener, [&](int fd) { return running.openAgentSession(fd); },
                             {.maxConnections = options.maxConnections});
     ConnectionServer controlServer(
@@ -209,9 +217,15 @@ int runAgentProgram(const AgentProgramOptions& options) {
     std::jthread agentThread([&] { agentServer.run(stop.get_token()); });
     std::jthread controlThread([&] { controlServer.run(stop.get_token()); });
 
+    // Every second, the confirmations of approval windows that ended (and the PINs of hardware
+    // keys that they hold) are let go, whether or not anything asks for a signature.
     for (;;) {
-      int received = 0;
-      if (sigwait(&signals, &received) != 0) continue;
+      const timespec second{1, 0};
+      const int received = sigtimedwait(&signals, nullptr, &second);
+      if (received < 0) {
+        running.agent->forgetEndedWindows(running.clock->now());
+        continue;
+      }
       if (received == SIGHUP) {
         say("reloading");
         running.reload();

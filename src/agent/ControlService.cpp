@@ -13,6 +13,7 @@
 #include "ControlProtocol/ControlLineIO.h"
 #include "ControlProtocol/ControlMessages.h"
 #include "ControlProtocol/PromptReply.h"
+#include "KeyStore/KeyStoreError.h"
 #include "Policy/WindowChoice.h"
 #include "SSHWire/SSHPublicKey.h"
 
@@ -117,6 +118,18 @@ class SocketConversation final : public PresenceConversation {
   bool gone_ = false;
 };
 
+// Keys whose protection stands for a fingerprint: in a TPM they carry a PIN.
+bool needsPIN(const KeyRecord& key) {
+  return key.protection == ProtectionClass::touchIDOnly ||
+         key.protection == ProtectionClass::touchIDOrWatch;
+}
+
+std::string pinTriesText(uint32_t triesLeft) {
+  if (triesLeft == 0)
+    return "wrong PIN; no tries left before the TPM would lock: wait, then try again";
+  return "wrong PIN; " + std::to_string(triesLeft) + (triesLeft == 1 ? " try" : " tries") + " left";
+}
+
 std::string refusalText(const PresenceResult& result) {
   switch (result.status) {
     case PresenceResult::Status::verified: return "verified";
@@ -173,9 +186,49 @@ JSON ControlService::answer(const JSONReader& message, PresenceConversation& con
     approver_.answer(*id, {ApprovalResult::Denied{false, by + ": " + refusalText(outcome.result)}});
     return failure(refusalText(outcome.result) + "; the request was denied");
   }
-  if (!approver_.answer(*id, {ApprovalResult::Approved{scope, outcome.context, by, true}}))
+  std::shared_ptr<const AuthContext> context = outcome.context;
+  if (hooks_.checkPIN && needsPIN(request->key)) {
+    PINAnswer pin = askPIN(request->key, conversation);
+    if (!pin.pin && pin.keepsWaiting) return failure(pin.refusal + "; the request keeps waiting");
+    if (!pin.pin) {
+      approver_.answer(*id, {ApprovalResult::Denied{false, by + ": " + pin.refusal}});
+      return failure(pin.refusal + "; the request was denied");
+    }
+    auto withPIN = std::make_shared<AuthContext>(*outcome.context);
+    withPIN->pin = std::make_shared<const SecureBytes>(std::move(*pin.pin));
+    withPIN->pinKey = request->key.id;
+    context = std::move(withPIN);
+  }
+  if (!approver_.answer(*id, {ApprovalResult::Approved{scope, context, by, true}}))
     return failure("no such request: it was answered, expired or never existed");
   return success();
+}
+
+ControlService::PINAnswer ControlService::askPIN(const KeyRecord& key,
+                                                 PresenceConversation& conversation) {
+  for (int attempt = 0; attempt < PresenceGate::kTries; ++attempt) {
+    std::optional<SecureBytes> typed = conversation.exchange(
+        {PresencePrompt::Style::secret, "PIN of the TPM key “" + key.name + "”: "});
+    if (!typed) return {std::nullopt, "no PIN given", true};
+    try {
+      hooks_.checkPIN(key, *typed);
+      return {std::move(typed), "", false};
+    } catch (const KeyStoreError& error) {
+      if (error.kind() == KeyStoreError::Kind::wrongPIN && attempt + 1 < PresenceGate::kTries) {
+        conversation.exchange({PresencePrompt::Style::error, pinTriesText(error.count())});
+        continue;
+      }
+      if (error.kind() == KeyStoreError::Kind::wrongPIN)
+        return {std::nullopt, pinTriesText(error.count()), false};
+      if (error.kind() == KeyStoreError::Kind::pinLockedOut)
+        return {std::nullopt,
+                "too many wrong PINs: the TPM takes PINs again in about " +
+                    std::to_string(error.count()) + " s",
+                false};
+      return {std::nullopt, error.what(), false};
+    }
+  }
+  return {std::nullopt, "wrong PIN", false};
 }
 
 namespace {

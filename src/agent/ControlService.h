@@ -1,7 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <stop_token>
+#include <string>
 
 #include "AgentEngine/Agent.h"
 #include "AgentEngine/LocalApprover.h"
@@ -25,6 +27,9 @@ class ControlService {
     std::function<void()> resumeRemote;  // resume remote approval (and remember it)
     // Stores the presence setting; throws when it cannot.
     std::function<void(bool)> savePresence;
+    // Checks the PIN of a hardware key that has one (KeyStore::checkPIN); throws KeyStoreError
+    // (wrongPIN, pinLockedOut). Empty: no key has a PIN, and none is asked for.
+    std::function<void(const KeyRecord&, const SecureBytes&)> checkPIN = nullptr;
   };
 
   // How long the agent waits for a reply to a verification prompt.
@@ -42,6 +47,14 @@ class ControlService {
 
  private:
   JSON answer(const JSONReader& message, PresenceConversation& conversation);
+  struct PINAnswer {
+    std::optional<SecureBytes> pin;  // checked with the hardware
+    std::string refusal;             // why there is none
+    bool keepsWaiting = false;       // nothing was typed: the request may be answered again
+  };
+  // Asks for the PIN of `key` and checks it with the hardware; a wrong PIN is asked again while
+  // the hardware allows tries, up to PresenceGate::kTries in all.
+  PINAnswer askPIN(const KeyRecord& key, PresenceConversation& conversation);
   // Turns presence verification on or off.
   JSON presence(bool enabled, PresenceConversation& conversation);
   // "blocks" lists the denial limiter's blocks; "unblock" lifts those of a "program", a "key"

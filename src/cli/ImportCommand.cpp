@@ -5,6 +5,7 @@
 #include <fstream>
 #include <future>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 #include "Base/UTF8.h"
@@ -12,6 +13,7 @@
 #include "KeyImport/KeyImporter.h"
 #include "KeyStore/KeyStoreError.h"
 #include "Platform/Clock.h"
+#include "TPM/TPMHardwareKeys.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
@@ -21,7 +23,7 @@ namespace {
 
 struct ImportOptions {
   std::string file, name, passphraseFile;
-  bool passphraseStdin = false, json = false;
+  bool passphraseStdin = false, json = false, intoTPM = false;
 };
 ImportOptions options;
 
@@ -105,6 +107,22 @@ ParsedPrivateKey parseAskingForPassphrase(const SecureBytes& text) {
   }
 }
 
+// Only P-256 keys go into the TPM; the others are refused with the reason.
+void refuseOutsideTPM(KeyAlgorithm algorithm) {
+  switch (algorithm) {
+    case KeyAlgorithm::ecdsaP256: return;
+    case KeyAlgorithm::ed25519:
+      throw CommandFailure("TPMs have no Ed25519 keys; import it without --into-tpm");
+    case KeyAlgorithm::ecdsaP384:
+      throw CommandFailure(
+          "Quorvane puts only P-256 keys into the TPM; import this P-384 key without --into-tpm");
+    case KeyAlgorithm::rsa:
+      throw CommandFailure(
+          "Quorvane puts only P-256 keys into the TPM (not RSA keys yet); import it without "
+          "--into-tpm");
+  }
+}
+
 void importKey() {
   const SecureBytes text = readKeyFile(options.file);
   std::optional<SecureBytes> passphrase = givenPassphrase();
@@ -120,11 +138,20 @@ void importKey() {
   std::string name = options.name;
   if (name.empty()) name = parsed->comment;
   if (name.empty()) name = std::filesystem::path(options.file).filename().string();
-  auto store = SupportState::open().openKeyStore();
+  std::shared_ptr<TPMHardwareKeys> tpm;
+  if (options.intoTPM) {
+    refuseOutsideTPM(parsed->key.algorithm());
+    tpm = std::make_shared<TPMHardwareKeys>();
+    if (!tpm->available())
+      throw CommandFailure("no usable TPM at " + tpm->tcti() + ": " +
+                           tpm->problem().value_or("unknown") + ". Nothing was imported.");
+  }
+  auto store = SupportState::open().openKeyStore(tpm);
   requireFreeName(store->records(), name, "give this key another with --name NAME");
   KeyRecord record;
   try {
-    record = store->add(parsed->key, name, SystemClock().now());
+    record = options.intoTPM ? store->addToHardware(parsed->key, name, SystemClock().now())
+                             : store->add(parsed->key, name, SystemClock().now());
   } catch (const KeyStoreError& error) {
     if (error.kind() == KeyStoreError::Kind::duplicateKey)
       throw CommandFailure("this key is already in Quorvane");
@@ -137,8 +164,13 @@ void importKey() {
     if (auto notice = importNotice(*parsed)) json["notice"] = *notice;
     return printJSON(json);
   }
-  std::cout << "Imported “" << record.name << "” (" << fingerprint(record.publicKeyBlob)
-            << "). The file can now be deleted; Quorvane keeps its own protected copy.\n";
+  if (options.intoTPM)
+    std::cout << "Moved “" << record.name << "” (" << fingerprint(record.publicKeyBlob)
+              << ") into the TPM: from now on it signs only on this machine. Delete the file "
+                 "(and its copies) so that it cannot be used elsewhere.\n";
+  else
+    std::cout << "Imported “" << record.name << "” (" << fingerprint(record.publicKeyBlob)
+              << "). The file can now be deleted; Quorvane keeps its own protected copy.\n";
   if (auto notice = importNotice(*parsed)) std::cout << *notice << "\n";
 }
 
@@ -157,6 +189,8 @@ void addImportCommand(CLI::App& keys) {
       command->add_flag("--passphrase-stdin", options.passphraseStdin,
                         "read the passphrase from the first line of standard input");
   file->excludes(standardInput);
+  command->add_flag("--into-tpm", options.intoTPM,
+                    "move a P-256 key into the TPM, where it can never be copied from again");
   addJSONFlag(command, options.json);
   command->callback(importKey);
 }

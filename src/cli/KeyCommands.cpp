@@ -1,12 +1,18 @@
+#include <unistd.h>
+
 #include <iostream>
 #include <map>
+#include <memory>
+#include <optional>
 
 #include "Base/Base64.h"
 #include "KeyStore/KeyStoreError.h"
 #include "Platform/Clock.h"
 #include "SSHWire/SSHPublicKey.h"
+#include "TPM/TPMHardwareKeys.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
+#include "cli/Terminal.h"
 
 namespace quorvane::cli {
 namespace {
@@ -16,11 +22,33 @@ struct KeyType {
   int rsaBits;
 };
 
+// Software key types; "tpm" is the hardware one.
 const std::map<std::string, KeyType> kKeyTypes = {
     {"ed25519", {KeyAlgorithm::ed25519, 0}},      {"ecdsa-p256", {KeyAlgorithm::ecdsaP256, 0}},
     {"ecdsa-p384", {KeyAlgorithm::ecdsaP384, 0}}, {"rsa-3072", {KeyAlgorithm::rsa, 3072}},
     {"rsa-4096", {KeyAlgorithm::rsa, 4096}},
 };
+constexpr const char* kTPMType = "tpm";
+
+const std::map<std::string, ProtectionClass> kProtections = {
+    {"approval", ProtectionClass::remoteApproval},
+    {"pin", ProtectionClass::touchIDOnly},
+};
+
+bool isHardwareKey(const KeyRecord& record) {
+  return record.protection != ProtectionClass::imported;
+}
+
+// Where the key lives and what lets it sign, in words.
+std::string protectionText(const KeyRecord& record) {
+  switch (record.protection) {
+    case ProtectionClass::touchIDOnly:
+    case ProtectionClass::touchIDOrWatch: return "in the TPM; signs with your PIN and approval";
+    case ProtectionClass::remoteApproval: return "in the TPM; signs when you or a rule approve";
+    case ProtectionClass::imported: break;
+  }
+  return "software key; signs when you or a rule approve";
+}
 
 // The authorized_keys line of a record: type, base64 blob, name.
 std::string publicKeyLine(const KeyRecord& record) {
@@ -32,6 +60,8 @@ JSON describe(const KeyRecord& record) {
   JSON json = toJSON(record);
   json["fingerprint"] = fingerprint(record.publicKeyBlob);
   json["publicKey"] = publicKeyLine(record);
+  json["location"] = isHardwareKey(record) ? "tpm" : "software";
+  json["protectionText"] = protectionText(record);
   return json;
 }
 
@@ -49,40 +79,106 @@ void list(bool json) {
   }
   for (const KeyRecord& record : records)
     std::cout << record.name << "  " << rawValue(record.algorithm) << "  "
-              << fingerprint(record.publicKeyBlob) << "  " << rawValue(record.protection)
-              << "  created " << record.createdAt.iso8601() << "\n";
+              << fingerprint(record.publicKeyBlob) << "  " << protectionText(record) << "  created "
+              << record.createdAt.iso8601() << "\n";
 }
 
-// quorvane keys generate NAME [--type TYPE] [--json]
+// The TPM, or why it cannot be used: a CommandFailure that says what to check.
+void requireTPM(TPMHardwareKeys& tpm) {
+  if (tpm.available()) return;
+  throw CommandFailure("no usable TPM at " + tpm.tcti() + ": " + tpm.problem().value_or("unknown") +
+                       ". Nothing was made. Check that /dev/tpmrm0 exists and that you may use it "
+                       "(the tss group; quorvane doctor shows both), or name another TPM in " +
+                       TPMHardwareKeys::kTCTIVariable + ".");
+}
+
+// PINs of TPM keys: the TPM takes up to 32 bytes; fewer than 4 would be guessed within the
+// tries that the TPM allows.
+constexpr size_t kMinPINBytes = 4;
+constexpr size_t kMaxPINBytes = 32;
+
+// The new key's PIN: typed twice without echo on a terminal, else the first line of standard
+// input (for scripts).
+SecureBytes readNewPIN(const std::string& keyName) {
+  std::optional<SecureBytes> pin;
+  if (::isatty(STDIN_FILENO)) {
+    pin = readSecretFromTerminal("PIN for the TPM key “" + keyName + "” (" +
+                                 std::to_string(kMinPINBytes) + " to " +
+                                 std::to_string(kMaxPINBytes) + " characters): ");
+    std::optional<SecureBytes> again = readSecretFromTerminal("The same PIN again: ");
+    if (pin && (!again || !(*again == *pin)))
+      throw CommandFailure("the two PINs differ; nothing was made");
+  } else {
+    pin = SecureBytes::readLine(std::cin);
+  }
+  if (!pin || pin->size() < kMinPINBytes || pin->size() > kMaxPINBytes)
+    throw CommandFailure("a PIN has " + std::to_string(kMinPINBytes) + " to " +
+                         std::to_string(kMaxPINBytes) + " characters; nothing was made");
+  return std::move(*pin);
+}
+
+// quorvane keys generate NAME [--type TYPE] [--protection approval|pin] [--json]
 void addGenerateCommand(CLI::App& keys) {
-  static std::string generateName, generateType = "ed25519";
+  static std::string generateName, generateType, generateProtection;
   static bool generateJSON = false;
   CLI::App* generate = keys.add_subcommand(
-      "generate", "make a new key; its private half never leaves Quorvane's protected storage");
+      "generate",
+      "make a new key: in the TPM when this machine has a usable one (it can never be copied "
+      "from there), otherwise an Ed25519 software key");
   generate->add_option("NAME", generateName, "the key's name, shown to servers as its comment")
       ->required();
   generate
       ->add_option("--type", generateType,
-                   "ed25519 (default), ecdsa-p256, ecdsa-p384, rsa-3072 or rsa-4096")
+                   "tpm (the default where a TPM is usable; insists on it), or a software key: "
+                   "ed25519 (the default without a TPM), ecdsa-p256, ecdsa-p384, rsa-3072 or "
+                   "rsa-4096")
       ->check(CLI::IsMember([] {
-        std::vector<std::string> names;
+        std::vector<std::string> names{kTPMType};
         for (const auto& [name, type] : kKeyTypes) names.push_back(name);
         return names;
       }()));
+  generate
+      ->add_option("--protection", generateProtection,
+                   "for a TPM key: approval (the default; your approval or a rule decides each "
+                   "signature) or pin (the TPM itself also needs a PIN, asked with every approval; "
+                   "read from standard input without a terminal)")
+      ->check(CLI::IsMember(std::vector<std::string>{"approval", "pin"}));
   addJSONFlag(generate, generateJSON);
   generate->callback([] {
-    const KeyType type = kKeyTypes.at(generateType);
-    if (type.rsaBits != 0) std::cerr << "Making an RSA key takes a few seconds…\n";
-    auto store = SupportState::open().openKeyStore();
+    const bool tpmAsked = generateType == kTPMType;
+    if (!generateProtection.empty() && !generateType.empty() && !tpmAsked)
+      throw CommandFailure("--protection is for TPM keys; a " + generateType +
+                           " software key is protected by your approval");
+    auto tpm = std::make_shared<TPMHardwareKeys>();
+    auto store = SupportState::open().openKeyStore(tpm);
     requireFreeName(store->records(), generateName,
                     "choose another name, or rename the existing key with: quorvane keys rename " +
                         generateName + " NEW-NAME");
-    KeyRecord record = store->generate(type.algorithm, generateName, SystemClock().now(),
-                                       type.rsaBits == 0 ? 3072 : type.rsaBits);
+    std::optional<KeyRecord> made;
+    if (tpmAsked || !generateProtection.empty()) {
+      requireTPM(*tpm);
+    } else if (generateType.empty() && !tpm->available()) {
+      std::cerr << "No usable TPM (" << tpm->problem().value_or("unknown")
+                << "): made an Ed25519 software key instead.\n";
+      generateType = "ed25519";
+    }
+    if (generateType.empty() || tpmAsked) {
+      const ProtectionClass protection =
+          kProtections.at(generateProtection.empty() ? "approval" : generateProtection);
+      std::optional<SecureBytes> pin;
+      if (protection != ProtectionClass::remoteApproval) pin = readNewPIN(generateName);
+      made = store->create(generateName, protection, SystemClock().now(), pin ? &*pin : nullptr);
+    } else {
+      const KeyType type = kKeyTypes.at(generateType);
+      if (type.rsaBits != 0) std::cerr << "Making an RSA key takes a few seconds…\n";
+      made = store->generate(type.algorithm, generateName, SystemClock().now(),
+                             type.rsaBits == 0 ? 3072 : type.rsaBits);
+    }
+    const KeyRecord& record = *made;
     notifyAgentOfChange();
     if (generateJSON) return printJSON(describe(record));
     std::cout << "Made the key “" << record.name << "” (" << fingerprint(record.publicKeyBlob)
-              << "). Its public key, for servers and Git hosts:\n"
+              << ", " << protectionText(record) << "). Its public key, for servers and Git hosts:\n"
               << publicKeyLine(record) << "\n";
   });
 }

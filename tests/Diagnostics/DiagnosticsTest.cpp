@@ -30,7 +30,8 @@ struct FakeProbes final : DiagnosticProbes {
   std::map<std::string, std::string> identityAgents = {
       {"github.com", "/home/ada/.ssh/quorvane/agent.sock"}};
   std::map<std::string, std::string> variables;
-  KeyAvailability keyList{std::nullopt, {{"laptop", true}, {"work", true}}};
+  KeyAvailability keyList{std::nullopt, {{"laptop", true, true}, {"work", true, false}}};
+  TPMStatus tpmStatus{"/dev/tpmrm0", true, true, true, std::nullopt};
   RelayHealth relay;
   bool presence = true;
   AccountPassword password = AccountPassword::usable;
@@ -56,6 +57,7 @@ struct FakeProbes final : DiagnosticProbes {
     return found == variables.end() ? std::nullopt : std::optional(found->second);
   }
   KeyAvailability keys() override { return keyList; }
+  TPMStatus tpm() override { return tpmStatus; }
   bool presenceVerificationOn() override { return presence; }
   AccountPassword accountPassword() override { return password; }
   std::vector<std::string> activeBlocks(const std::filesystem::path&) override { return blocked; }
@@ -83,10 +85,10 @@ TEST(Diagnostics, AHealthySystemPassesEveryCheckInTheFixedOrder) {
     titles.push_back(check.title);
     EXPECT_EQ(check.level, Level::ok) << check.title << ": " << check.detail;
   }
-  EXPECT_EQ(titles,
-            (std::vector<std::string>{"Agent registered", "Agent answers", "Socket path",
-                                      "Default agent for apps (SSH_AUTH_SOCK)", "~/.ssh/config",
-                                      "Keys in Quorvane's keychain", "Remote approval relay"}));
+  EXPECT_EQ(titles, (std::vector<std::string>{"Agent registered", "Agent answers", "Socket path",
+                                              "Default agent for apps (SSH_AUTH_SOCK)",
+                                              "~/.ssh/config", "Keys in Quorvane's keychain", "TPM",
+                                              "Remote approval relay"}));
   EXPECT_EQ(seen, titles);
   EXPECT_NE(checks[0].id, checks[1].id);
   EXPECT_EQ(checks[0].id, runDiagnostics(probes, {probes.home})[0].id) << "the same in every run";
@@ -204,6 +206,41 @@ INSTANTIATE_TEST_SUITE_P(
               "Keys in Quorvane's keychain", Level::problem,
               "Unavailable: a, c. They can't sign; create replacements and update your "
               "services."},
+        Fault{"noTPMWithoutTPMKeys",
+              [](FakeProbes& p) {
+                p.keyList.keys = {{"work", true, false}};
+                p.tpmStatus = {"/dev/tpmrm0", false, false, false, std::nullopt};
+              },
+              "TPM", Level::warning,
+              "No TPM at /dev/tpmrm0: new keys are software keys, which programs running as you "
+              "could copy."},
+        Fault{"noTPMForTPMKeys",
+              [](FakeProbes& p) {
+                p.tpmStatus = {"/dev/tpmrm0", false, false, false, std::nullopt};
+              },
+              "Keys in Quorvane's keychain", Level::problem,
+              "Unavailable: laptop. They can't sign; create replacements and update your "
+              "services."},
+        Fault{"tpmClosedToUser",
+              [](FakeProbes& p) {
+                p.tpmStatus = {"/dev/tpmrm0", true, false, false, std::nullopt};
+              },
+              "TPM", Level::problem,
+              "You may not use /dev/tpmrm0. Join the tss group (sudo usermod -aG tss $USER), then "
+              "log in again."},
+        Fault{"tpmGroupNotYetCounted",
+              [](FakeProbes& p) {
+                p.tpmStatus = {"/dev/tpmrm0", true, false, true, std::nullopt};
+              },
+              "TPM", Level::problem,
+              "You are in the tss group but may not use /dev/tpmrm0. Log in again so that the "
+              "group counts, or check the device's permissions."},
+        Fault{"tpmSilent",
+              [](FakeProbes& p) {
+                p.tpmStatus = {"/dev/tpmrm0", true, true, true, "CreatePrimary: tpm:error"};
+              },
+              "TPM", Level::problem,
+              "The TPM at /dev/tpmrm0 does not answer: CreatePrimary: tpm:error."},
         Fault{"keyListTampered",
               [](FakeProbes& p) {
                 p.keyList = {"keys.json was changed", {}};
@@ -238,17 +275,17 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(Diagnostics, OtherAgentsGetOneLineEachAndNoneWhenAbsent) {
   FakeProbes probes;
-  EXPECT_EQ(run(probes).size(), 7u);
+  EXPECT_EQ(run(probes).size(), 8u);
   probes.variables = {{"XDG_RUNTIME_DIR", "/run/user/1000"},
                       {"SSH_AUTH_SOCK", "/run/user/1000/gnupg/S.gpg-agent.ssh"}};
   probes.files.insert("/run/user/1000/gnupg/S.gpg-agent.ssh");
   probes.files.insert("/home/ada/.gnupg/S.gpg-agent.ssh");
   probes.files.insert("/home/ada/.1password/agent.sock");
   auto checks = run(probes);
-  ASSERT_EQ(checks.size(), 9u);  // 1Password and GnuPG once, the shell's agent is GnuPG's
-  EXPECT_EQ(checks[6].title, "1Password");
-  EXPECT_EQ(checks[7].title, "GnuPG");
-  EXPECT_EQ(checks[8].title, "Remote approval relay");
+  ASSERT_EQ(checks.size(), 10u);  // 1Password and GnuPG once, the shell's agent is GnuPG's
+  EXPECT_EQ(checks[7].title, "1Password");
+  EXPECT_EQ(checks[8].title, "GnuPG");
+  EXPECT_EQ(checks[9].title, "Remote approval relay");
 }
 
 struct SocketPathCase {

@@ -12,6 +12,7 @@
 #include "ControlProtocol/ControlLineIO.h"
 #include "KeyStore/ImportedKey.h"
 #include "KeyStore/InMemorySecretStore.h"
+#include "KeyStore/KeyStoreError.h"
 #include "KeyStore/KeychainSealingKey.h"
 #include "KeyStore/SignatureBlob.h"
 #include "KeyStore/SoftwareHardwareKeys.h"
@@ -58,9 +59,10 @@ struct Frontend {
 struct PresenceFixture : ::testing::Test {
   testing::TemporaryDirectory home;
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>(Date{1'800'000'000});
+  std::shared_ptr<testing::SoftwareHardwareKeys> hardware =
+      std::make_shared<testing::SoftwareHardwareKeys>();
   std::shared_ptr<KeyStore> keys =
-      std::make_shared<KeyStore>(std::make_shared<InMemorySecretStore>(), "", nullptr,
-                                 std::make_shared<testing::SoftwareHardwareKeys>());
+      std::make_shared<KeyStore>(std::make_shared<InMemorySecretStore>(), "", nullptr, hardware);
   std::shared_ptr<LocalApprover> approver = std::make_shared<LocalApprover>(*clock);
   std::shared_ptr<InMemoryActivityLog> log = std::make_shared<InMemoryActivityLog>();
   Agent agent{AgentServices{keys, approver, log, nullptr, nullptr,
@@ -328,6 +330,94 @@ TEST_F(PresenceFixture, TurningVerificationOffNeedsAVerificationFirst) {
   // Turning it back on proves that verification works, so nobody locks themselves out.
   EXPECT_FALSE(send({{"message", "presence"}, {"enabled", true}}, frontend).value("ok", true));
   EXPECT_FALSE(gate.required());
+}
+
+// The control service of an agent whose hardware keys of the presence classes have a PIN: the
+// hook checks it as the TPM would, accepting "2468"; a wrong one leaves one more try, then none.
+struct PINApproval : PresenceFixture {
+  std::vector<std::string> checkedPINs;
+  int wrongPINs = 0;
+  ControlService pinControl{
+      agent, *approver, gate, {{}, {}, {}, {}, [this](const KeyRecord&, const SecureBytes& pin) {
+                                 checkedPINs.emplace_back(pin.text());
+                                 if (pin.text() == "2468") return;
+                                 if (++wrongPINs == 1) throw KeyStoreError::wrongPIN(1);
+                                 throw KeyStoreError::pinLockedOut(30);
+                               }}};
+  std::filesystem::path pinSocket = home.path() / "pin-control.sock";
+  UnixListener pinListener = UnixListener::open(pinSocket);
+  ConnectionServer pinServer{
+      pinListener,
+      [this](int fd, std::stop_token shutdown) { pinControl.serve(fd, shutdown); },
+      {}};
+  std::jthread pinServing{[this] { pinServer.run(stop.get_token()); }};
+
+  ~PINApproval() override {
+    stop.request_stop();
+    pinServing.join();
+  }
+
+  JSON approveWithPIN(Frontend& frontend, std::optional<double> window = std::nullopt) {
+    JSON message = {{"message", "answer"},
+                    {"id", approver->pending().back().id.uuidString()},
+                    {"approve", true},
+                    {"frontend", "test"}};
+    if (window) message["windowSeconds"] = *window;
+    auto client = ControlClient::connect(pinSocket);
+    EXPECT_TRUE(client);
+    return client->exchange(message, frontend.handler());
+  }
+};
+
+TEST_F(PINApproval, ThePINComesWithTheApprovalLastsForTheWindowAndEndsWithALock) {
+  usePAM(PAMService::permit);
+  Frontend frontend{"2468", {}};
+  auto first = startSigning(touchID);
+  EXPECT_TRUE(approveWithPIN(frontend, 300).value("ok", false));
+  EXPECT_TRUE(first.get());
+  ASSERT_EQ(frontend.prompts.size(), 1u);
+  EXPECT_EQ(frontend.prompts[0].text, "PIN of the TPM key “fingerprint”: ");
+  EXPECT_EQ(frontend.prompts[0].style, PresencePrompt::Style::secret);
+  EXPECT_EQ(hardware->signaturesWithPIN, 1);
+
+  clock->advance(100);
+  EXPECT_TRUE(startSigning(touchID, false).get()) << "the window signs without asking";
+  EXPECT_EQ(hardware->signaturesWithPIN, 2) << "with the PIN the window kept";
+  EXPECT_EQ(checkedPINs.size(), 1u);
+
+  clock->advance(201);
+  auto afterWindow = startSigning(touchID);
+  EXPECT_TRUE(approveWithPIN(frontend, 300).value("ok", false));
+  EXPECT_TRUE(afterWindow.get());
+  EXPECT_EQ(checkedPINs.size(), 2u) << "the window's end forgot the PIN";
+
+  agent.lock();
+  agent.unlock();
+  auto afterLock = startSigning(touchID);
+  EXPECT_TRUE(approveWithPIN(frontend).value("ok", false));
+  EXPECT_TRUE(afterLock.get());
+  EXPECT_EQ(checkedPINs.size(), 3u) << "the lock forgot the PIN";
+
+  // Software keys have no PIN.
+  auto software = startSigning(imported);
+  EXPECT_TRUE(approveWithPIN(frontend).value("ok", false));
+  EXPECT_TRUE(software.get());
+  EXPECT_EQ(checkedPINs.size(), 3u);
+}
+
+TEST_F(PINApproval, AWrongPINIsAskedAgainWithTheTriesLeftUntilTheHardwareSaysWait) {
+  usePAM(PAMService::permit);
+  Frontend frontend{"1111", {}};
+  auto signing = startSigning(touchID);
+  const JSON answer = approveWithPIN(frontend);
+  EXPECT_EQ(answer.value("error", ""),
+            "too many wrong PINs: the TPM takes PINs again in about 30 s; the request was denied");
+  EXPECT_FALSE(signing.get());
+  ASSERT_EQ(frontend.prompts.size(), 3u);
+  EXPECT_EQ(frontend.prompts[1].text, "wrong PIN; 1 try left");
+  EXPECT_EQ(frontend.prompts[1].style, PresencePrompt::Style::error);
+  EXPECT_EQ(lastEntry().outcome, ActivityEntry::Outcome::denied);
+  EXPECT_EQ(hardware->signaturesWithPIN, 0);
 }
 
 TEST(PresenceSettings, AreOnUnlessTurnedOffAndRemotePauseIsRemembered) {

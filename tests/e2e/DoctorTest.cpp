@@ -29,6 +29,7 @@ class SizedHome {
     ::setenv("XDG_CONFIG_HOME", (home_ / "config").c_str(), 1);
     ::setenv("XDG_RUNTIME_DIR", (home_ / "run").c_str(), 1);
     ::setenv("SSH_AUTH_SOCK", socket().c_str(), 1);
+    ::setenv("QUORVANE_TPM_TCTI", ("device:" + (home_ / "tpmrm0").string()).c_str(), 1);
   }
   ~SizedHome() { stopAgent(); }
 
@@ -99,6 +100,9 @@ TEST(Doctor, ReportsARunningAgentItsKeysAndHostsThenAStoppedOne) {
             "warning: 1 of 3 hosts don't use Quorvane: excluded.example. That's fine if you "
             "excluded them on purpose.");
   EXPECT_EQ(levelAndDetail(checks["Keys in Quorvane's keychain"]), "ok: 2 keys available");
+  EXPECT_EQ(levelAndDetail(checks["TPM"]),
+            "warning: No TPM at " + (home.home() / "tpmrm0").string() +
+                ": new keys are software keys, which programs running as you could copy.");
   EXPECT_EQ(checks.count("ssh-agent"), 0u);
 
   // A key whose secret is gone, then the agent stopped.

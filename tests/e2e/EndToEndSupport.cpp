@@ -84,6 +84,8 @@ QuorvaneHome::QuorvaneHome() {
   ::setenv("HOME", home().c_str(), 1);
   ::setenv("XDG_DATA_HOME", (home() / "data").c_str(), 1);
   ::setenv("SSH_AUTH_SOCK", agentSocket().c_str(), 1);
+  // No machine's own TPM: the tests that want one start a software TPM and name it first.
+  ::setenv("QUORVANE_TPM_TCTI", ("device:" + (home() / "no-tpm").string()).c_str(), 0);
   std::filesystem::create_directories(home() / ".ssh");
   usePAM(PAMService::permit);
   startAgent();
