@@ -14,6 +14,8 @@ packages=(
   libcli11-dev                        # command-line parsing
   libpam0g-dev                        # presence verification through PAM
   openssh-client                      # ssh and ssh-keygen, which the agent serves and Git signs with
+  libboost-dev                        # Boost.Beast/Asio: the relay server's HTTP and TLS
+  libhiredis-dev                      # the relay's shared store in Redis
 )
 test_packages=(
   git                                 # Git signing end to end
@@ -24,6 +26,7 @@ test_packages=(
   openssh-server                      # sshd on a loopback port in the end-to-end tests
   valgrind                            # the constant-time check of ML-KEM (memcheck and its header)
   putty-tools                         # puttygen: PuTTY key files for the import tests
+  redis-server                        # the relay's Redis store, two relays sharing one server
 )
 if [[ "${1:-}" == "--tests" ]]; then packages+=("${test_packages[@]}"); fi
 
