@@ -91,6 +91,7 @@ struct ServerState {
   RelayService& service;
   WaitingFetches& waiting;
   std::atomic<bool> stopping{false};
+  double headerTimeoutSeconds = kHeaderReadTimeoutSeconds;
   // Called when the last session ends after shutdown began.
   std::function<void()> lastSessionEnded;
 
@@ -160,7 +161,7 @@ class Connection final : public Session, public std::enable_shared_from_this<Con
   void begin() {
     if constexpr (kTLS) {
       idle_ = true;
-      lowest().expires_after(span(kHeaderReadTimeoutSeconds));
+      lowest().expires_after(span(state_.headerTimeoutSeconds));
       stream_.async_handshake(ssl::stream_base::server,
                               [self = this->shared_from_this()](ErrorCode error) {
                                 self->idle_ = false;
@@ -179,7 +180,7 @@ class Connection final : public Session, public std::enable_shared_from_this<Con
     parser_->body_limit(kMaxBodyBytes);
     idle_ = true;
     method_ = "-";
-    lowest().expires_after(span(kHeaderReadTimeoutSeconds));
+    lowest().expires_after(span(state_.headerTimeoutSeconds));
     http::async_read_header(
         stream_, buffer_, *parser_,
         [self = this->shared_from_this()](ErrorCode error, size_t) { self->onHeader(error); });
@@ -529,6 +530,7 @@ struct RelayHttpServer::Impl {
 RelayHttpServer::RelayHttpServer(RelayService& service, WaitingFetches& waiting,
                                  const HttpServerOptions& options)
     : impl_(std::make_unique<Impl>(service, waiting, options)) {
+  impl_->state.headerTimeoutSeconds = options.headerTimeoutSeconds;
   impl_->loadTLS();
   impl_->listen();
 }

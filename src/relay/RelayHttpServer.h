@@ -17,6 +17,8 @@ struct HttpServerOptions {
   std::optional<std::filesystem::path> tlsCertificate;
   std::optional<std::filesystem::path> tlsKey;
   int threads = 2;
+  // Time allowed for a whole request header (and for the idle time between requests).
+  double headerTimeoutSeconds = kHeaderReadTimeoutSeconds;
   // How often expired mailboxes and messages are removed.
   double expirySweepSeconds = 30;
 };

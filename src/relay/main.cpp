@@ -101,6 +101,12 @@ int main(int argc, char** argv) {
                  "messages sent per client address and minute (0: no limit)")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 1e9));
+  double headerTimeout = kHeaderReadTimeoutSeconds;
+  app.add_option("--header-timeout", headerTimeout,
+                 "seconds a connection has to send a whole request header (also the idle time "
+                 "allowed between requests)")
+      ->capture_default_str()
+      ->check(CLI::Range(0.1, 300.0));
   int threads = 2;
   app.add_option("--threads", threads, "threads serving connections")
       ->capture_default_str()
@@ -113,6 +119,7 @@ int main(int argc, char** argv) {
                              "--tls-cert and --tls-key go together");
     HttpServerOptions options = listenAddress(listen);
     options.threads = threads;
+    options.headerTimeoutSeconds = headerTimeout;
     if (!certificate.empty()) {
       options.tlsCertificate = certificate;
       options.tlsKey = key;
