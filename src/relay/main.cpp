@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "RelayServer/RedisMailboxStore.h"
 #include "RelayServer/RelayServerError.h"
 #include "RelayServer/SQLiteMailboxStore.h"
 #include "relay/RelayHttpServer.h"
@@ -80,6 +81,12 @@ int main(int argc, char** argv) {
   app.add_option("--db", database,
                  "SQLite database of the mailboxes "
                  "(default $XDG_STATE_HOME/quorvane-relay/relay.sqlite)");
+  std::string redis;
+  app.add_option("--redis", redis,
+                 "keep the mailboxes in this Redis server instead (redis://HOST:PORT), so that "
+                 "several relay processes share them; a send through one wakes fetches waiting "
+                 "on any")
+      ->excludes("--db");
   RelayLimits limits;
   app.add_option("--max-wait", limits.maxWaitSeconds,
                  "seconds a waiting fetch is held before it is answered with no messages")
@@ -129,9 +136,14 @@ int main(int argc, char** argv) {
                    "Put it behind a TLS proxy; credentials must never cross a network in clear.\n");
     }
     raiseOpenFileLimit();
-    std::unique_ptr<MailboxStore> store = std::make_unique<SQLiteMailboxStore>(
-        database.empty() ? defaultDatabase() : std::filesystem::path(database));
     WaitingFetches waiting;
+    std::unique_ptr<MailboxStore> store;
+    if (!redis.empty())
+      store = std::make_unique<RedisMailboxStore>(parseRedisURL(redis));
+    else
+      store = std::make_unique<SQLiteMailboxStore>(
+          database.empty() ? defaultDatabase() : std::filesystem::path(database));
+    store->setArrivalListener([&waiting](const std::string& id) { waiting.wake(id); });
     RelayService service(*store, waiting, limits);
     service.expire(quorvane::Date{static_cast<double>(std::time(nullptr))});
     RelayHttpServer server(service, waiting, options);

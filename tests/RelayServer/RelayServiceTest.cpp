@@ -7,14 +7,18 @@
 
 #include "Base/JSONReader.h"
 #include "RelayServer/InMemoryMailboxStore.h"
+#include "RelayServer/RedisMailboxStore.h"
 #include "RelayServer/RelayCredentials.h"
+#include "RelayServer/RelayServerError.h"
 #include "RelayServer/RelayService.h"
 #include "RelayServer/SQLiteMailboxStore.h"
+#include "relay/RedisServerProcess.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::relay {
 namespace {
 
+using testing::RedisServerProcess;
 using testing::TemporaryDirectory;
 
 constexpr Date kStart{1'800'000'000};
@@ -23,15 +27,44 @@ struct Mailbox {
   std::string id, secret, sendToken;
 };
 
+// One redis-server for the whole program; each test keeps its keys under a prefix of its own.
+class RedisEnvironment : public ::testing::Environment {
+ public:
+  void TearDown() override { server.reset(); }
+  static RedisServerProcess& instance() {
+    if (!server) {
+      folder = std::make_unique<TemporaryDirectory>();
+      server = std::make_unique<RedisServerProcess>(folder->path());
+    }
+    return *server;
+  }
+  static inline std::unique_ptr<TemporaryDirectory> folder;
+  static inline std::unique_ptr<RedisServerProcess> server;
+};
+const auto* const kRedisEnvironment = ::testing::AddGlobalTestEnvironment(new RedisEnvironment);
+
+std::string uniquePrefix() {
+  static int counter = 0;
+  return "test" + std::to_string(++counter) + ":";
+}
+
 class RelayServiceTest : public ::testing::TestWithParam<std::string> {
  protected:
-  void SetUp() override { open(); }
+  void SetUp() override {
+    if (GetParam() == "redis" && !RedisEnvironment::instance().available())
+      GTEST_SKIP() << RedisServerProcess::kMissing;
+    prefix_ = uniquePrefix();
+    open();
+  }
 
   void open() {
     service_.reset();
     store_.reset();
     if (GetParam() == "sqlite")
       store_ = std::make_unique<SQLiteMailboxStore>(directory_.path() / "relay.sqlite");
+    else if (GetParam() == "redis")
+      store_ = std::make_unique<RedisMailboxStore>(
+          RedisAddress{"127.0.0.1", RedisEnvironment::instance().port()}, prefix_);
     else
       store_ = std::make_unique<InMemoryMailboxStore>();
     service_ = std::make_unique<RelayService>(*store_, waiting_, limits_);
@@ -77,6 +110,7 @@ class RelayServiceTest : public ::testing::TestWithParam<std::string> {
   }
 
   TemporaryDirectory directory_;
+  std::string prefix_;
   RelayLimits limits_;
   WaitingFetches waiting_;
   std::unique_ptr<MailboxStore> store_;
@@ -191,14 +225,14 @@ TEST_P(RelayServiceTest, SequenceNumbersOnlyGrowThroughExpiryAndReopening) {
   service_->expire(now_);
   EXPECT_TRUE(fetch(box, 0).empty());
   EXPECT_EQ(send(box, "\x01y").status, 202);
-  if (GetParam() == "sqlite") {
-    open();  // the file keeps what the memory store cannot
+  if (GetParam() != "memory") {
+    open();  // the file and the Redis server keep what the memory store cannot
     EXPECT_EQ(send(box, "\x01z").status, 202);
   }
   auto items = fetch(box, 0);
   ASSERT_FALSE(items.empty());
   EXPECT_EQ(items.front().first, 4u);
-  EXPECT_EQ(items.back().first, GetParam() == "sqlite" ? 5u : 4u);
+  EXPECT_EQ(items.back().first, GetParam() != "memory" ? 5u : 4u);
 }
 
 TEST_P(RelayServiceTest, EphemeralMailboxesEndAfterFifteenMinutes) {
@@ -268,7 +302,40 @@ TEST_P(RelayServiceTest, RequestsOutsideTheApiAreRefusedPlainly) {
   EXPECT_NE(metrics.body.find("quorvane_relay_waiting_fetches 0\n"), std::string::npos);
 }
 
-INSTANTIATE_TEST_SUITE_P(Stores, RelayServiceTest, ::testing::Values("memory", "sqlite"));
+INSTANTIATE_TEST_SUITE_P(Stores, RelayServiceTest, ::testing::Values("memory", "sqlite", "redis"));
+
+TEST(RedisMailboxStore, ArrivalsReachEveryStoreOnTheServer) {
+  RedisServerProcess& redis = RedisEnvironment::instance();
+  if (!redis.available()) GTEST_SKIP() << RedisServerProcess::kMissing;
+  const std::string prefix = uniquePrefix();
+  RedisMailboxStore listening({"127.0.0.1", redis.port()}, prefix);
+  RedisMailboxStore sending({"127.0.0.1", redis.port()}, prefix);
+  Mutex mutex;
+  std::vector<std::string> arrived;
+  listening.setArrivalListener([&](const std::string& id) {
+    MutexLock lock(mutex);
+    arrived.push_back(id);
+  });
+  sending.createMailbox({"box", Bytes(32, 1), Bytes(32, 2), false, kStart, std::nullopt});
+  // The subscription may start after the first append: append until one is heard.
+  bool heard = testing::eventually([&] {
+    sending.appendMessage("box", bytesOf("\x01x"), false, kStart, 1000);
+    MutexLock lock(mutex);
+    return !arrived.empty();
+  });
+  EXPECT_TRUE(heard);
+  MutexLock lock(mutex);
+  EXPECT_EQ(arrived.empty() ? "" : arrived.front(), "box");
+}
+
+TEST(RedisMailboxStore, ReadsOnlyRedisURLs) {
+  EXPECT_EQ(parseRedisURL("redis://127.0.0.1:6380").port, 6380);
+  EXPECT_EQ(parseRedisURL("redis://cache.internal/").host, "cache.internal");
+  EXPECT_EQ(parseRedisURL("redis://cache.internal").port, 6379);
+  for (const char* bad : {"", "127.0.0.1:6379", "redis://", "redis://:6379", "redis://h:0",
+                          "redis://h:65536", "redis://h:x", "redis://user@h:1", "http://h:1"})
+    EXPECT_THROW(parseRedisURL(bad), RelayServerError) << bad;
+}
 
 TEST(SQLiteMailboxStore, KeepsCredentialsOnlyAsHashes) {
   TemporaryDirectory directory;

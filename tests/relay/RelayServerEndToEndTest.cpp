@@ -11,6 +11,7 @@
 
 #include "Base/JSONReader.h"
 #include "relay/HttpTestClient.h"
+#include "relay/RedisServerProcess.h"
 #include "relay/RelayProcess.h"
 #include "support/TestSupport.h"
 
@@ -337,6 +338,54 @@ TEST_F(RelayServerTest, PlainHttpWarnsThatItNeedsAProxy) {
   ASSERT_TRUE(health);
   EXPECT_EQ(health->status, 200);
   EXPECT_NE(readFile(log()).find("warning: serving plain HTTP"), std::string::npos);
+}
+
+TEST_F(RelayServerTest, TwoRelaysShareOneRedisServer) {
+  RedisServerProcess redis(folder_.path());
+  if (!redis.available()) GTEST_SKIP() << RedisServerProcess::kMissing;
+  auto relayWith = [&](const std::string& name) {
+    return std::make_unique<RelayProcess>(
+        std::vector<std::string>{
+            "--listen", "127.0.0.1:0", "--tls-cert", certificates_->certificate.string(),
+            "--tls-key", certificates_->key.string(), "--redis", redis.url(), "--max-wait", "5"},
+        folder_.path() / (name + ".log"));
+  };
+  auto first = relayWith("first");
+  auto second = relayWith("second");
+  auto on = [&](const RelayProcess& relay) {
+    return std::make_unique<HttpConnection>(relay.port(), certificates_->caFile);
+  };
+  auto made = on(*first)->request("POST", "/v1/mailbox");
+  ASSERT_TRUE(made);
+  JSON json = parseJSON(made->body);
+  Mailbox box{json.at("id"), json.at("secret"), json.at("send_token")};
+
+  // A fetch waiting on the first relay is woken by a send through the second.
+  auto waiter = on(*first);
+  ASSERT_TRUE(
+      waiter->send(requestText("GET", messagesPath(box, "?after=0&wait=1"), box.secret, "")));
+  std::this_thread::sleep_for(200ms);
+  const auto sent = std::chrono::steady_clock::now();
+  auto accepted = on(*second)->request("POST", messagesPath(box, ""), box.sendToken, "\x01hi");
+  ASSERT_TRUE(accepted);
+  EXPECT_EQ(accepted->status, 202);
+  auto woken = waiter->readResponse();
+  ASSERT_TRUE(woken);
+  EXPECT_LT(std::chrono::steady_clock::now() - sent, 4s) << "woken by the end of the wait";
+  EXPECT_EQ(woken->body, R"({"messages":[{"data":"AWhp","seq":1}]})");
+
+  // The second relay dies without a chance to clean up; the first goes on, and a new second
+  // relay sees everything.
+  EXPECT_EQ(second->stop(SIGKILL), -SIGKILL);
+  auto more = on(*first)->request("POST", messagesPath(box, ""), box.sendToken, "\x02more");
+  ASSERT_TRUE(more);
+  EXPECT_EQ(more->status, 202);
+  second = relayWith("second-again");
+  auto fetched = on(*second)->request("GET", messagesPath(box, "?after=0"), box.secret);
+  ASSERT_TRUE(fetched);
+  EXPECT_EQ(fetched->body, R"({"messages":[{"data":"AWhp","seq":1},{"data":"Am1vcmU=","seq":2}]})");
+  EXPECT_EQ(first->stop(SIGTERM), 0);
+  EXPECT_EQ(second->stop(SIGTERM), 0);
 }
 
 }  // namespace
