@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "Base/Hex.h"
+#include "Crypto/Hash.h"
 #include "RelayServer/RelayCredentials.h"
 #include "RelayServer/RelayServerError.h"
 
@@ -18,8 +20,18 @@ constexpr int kSeqDigits = 20;
 constexpr int kConnectTimeoutSeconds = 5;
 // A command that takes longer fails (the request gets 503) instead of holding a serving thread.
 constexpr int kCommandTimeoutSeconds = 5;
+// Connections to the server, used in turn, so that serving threads do not queue behind one.
+constexpr size_t kConnections = 4;
 // Entries one expiry run removes at most, so that a run never holds Redis for long.
 constexpr int kExpiryBatch = 10000;
+
+// KEYS: mailbox, tokens. ARGV: credential hash. Returns the secret hash, the end ("" for a
+// permanent mailbox) and whether the credential is a send token; an empty array without mailbox.
+constexpr const char* kAccessScript = R"lua(
+local fields = redis.call('HMGET', KEYS[1], 'secret', 'expires')
+if not fields[1] then return {} end
+return {fields[1], fields[2] or '', redis.call('SISMEMBER', KEYS[2], ARGV[1])}
+)lua";
 
 // KEYS: mailbox, messages, ages, channel. ARGV: id, data, now, max messages, push (0/1).
 // Returns the new seq, -1 without the mailbox, -2 when it is full.
@@ -102,19 +114,19 @@ RedisAddress parseRedisURL(const std::string& url) {
   return address;
 }
 
+RedisMailboxStore::Script::Script(const char* text_)
+    : text(text_), sha1(hexEncode(crypto::sha1(bytesOf(text_)))) {}
+
 void RedisMailboxStore::ReplyDeleter::operator()(void* reply) const { freeReplyObject(reply); }
 void RedisMailboxStore::ContextDeleter::operator()(redisContext* context) const {
   redisFree(context);
 }
 
 RedisMailboxStore::RedisMailboxStore(const RedisAddress& address, std::string prefix)
-    : address_(address), prefix_(std::move(prefix)) {
-  MutexLock lock(mutex_);
-  context_ = connect();
-  timeval timeout{kCommandTimeoutSeconds, 0};
-  redisSetTimeout(context_.get(), timeout);
+    : address_(address), prefix_(std::move(prefix)), connections_(kConnections) {
+  // The first connection now, so that an unreachable server fails the start.
   Reply pong = command({"PING"});
-  if (pong->type == REDIS_REPLY_ERROR) fail(std::string("PING refused: ") + pong->str);
+  if (pong->type != REDIS_REPLY_STATUS) fail("PING was not answered with PONG");
 }
 
 RedisMailboxStore::~RedisMailboxStore() {
@@ -133,29 +145,50 @@ RedisMailboxStore::Context RedisMailboxStore::connect() const {
   return context;
 }
 
-RedisMailboxStore::Reply RedisMailboxStore::command(const std::vector<std::string>& arguments) {
+RedisMailboxStore::Reply RedisMailboxStore::send(const std::vector<std::string>& arguments) {
   std::vector<const char*> pointers;
   std::vector<size_t> lengths;
   for (const std::string& argument : arguments) {
     pointers.push_back(argument.data());
     lengths.push_back(argument.size());
   }
+  // Connections are taken in turn; a caller waits only while another uses the same one.
+  Connection& connection = connections_[next_++ % connections_.size()];
+  MutexLock lock(connection.mutex);
   // A connection that broke is opened again once.
   for (int attempt = 0; attempt < 2; ++attempt) {
-    if (!context_ || context_->err) {
-      context_ = connect();
+    if (!connection.context || connection.context->err) {
+      connection.context = connect();
       timeval timeout{kCommandTimeoutSeconds, 0};
-      redisSetTimeout(context_.get(), timeout);
+      redisSetTimeout(connection.context.get(), timeout);
     }
-    Reply reply(static_cast<redisReply*>(redisCommandArgv(
-        context_.get(), static_cast<int>(arguments.size()), pointers.data(), lengths.data())));
-    if (reply) {
-      if (reply->type == REDIS_REPLY_ERROR) fail(arguments[0] + " failed: " + reply->str);
-      return reply;
-    }
-    if (attempt == 1) fail(arguments[0] + " failed: " + context_->errstr);
+    Reply reply(static_cast<redisReply*>(redisCommandArgv(connection.context.get(),
+                                                          static_cast<int>(arguments.size()),
+                                                          pointers.data(), lengths.data())));
+    if (reply) return reply;
+    if (attempt == 1) fail(arguments[0] + " failed: " + connection.context->errstr);
   }
   fail("unreachable");
+}
+
+RedisMailboxStore::Reply RedisMailboxStore::command(const std::vector<std::string>& arguments) {
+  Reply reply = send(arguments);
+  if (reply->type == REDIS_REPLY_ERROR) fail(arguments[0] + " failed: " + reply->str);
+  return reply;
+}
+
+RedisMailboxStore::Reply RedisMailboxStore::script(const Script& script,
+                                                   std::vector<std::string> arguments) {
+  // Redis keeps scripts by their SHA-1, so only the first call (per server) sends the text.
+  arguments.insert(arguments.begin(), {"EVALSHA", script.sha1});
+  Reply reply = send(arguments);
+  if (reply->type == REDIS_REPLY_ERROR && std::string_view(reply->str).starts_with("NOSCRIPT")) {
+    arguments[0] = "EVAL";
+    arguments[1] = script.text;
+    reply = send(arguments);
+  }
+  if (reply->type == REDIS_REPLY_ERROR) fail(std::string("a script failed: ") + reply->str);
+  return reply;
 }
 
 std::string RedisMailboxStore::key(const char* kind, std::string_view id) const {
@@ -163,7 +196,6 @@ std::string RedisMailboxStore::key(const char* kind, std::string_view id) const 
 }
 
 void RedisMailboxStore::createMailbox(const MailboxRecord& mailbox) {
-  MutexLock lock(mutex_);
   const std::string mailboxKey = key("mailbox", mailbox.id);
   std::vector<std::string> fields = {"HSETNX", mailboxKey, "secret", text(mailbox.secretHash)};
   if (command(fields)->integer != 1) fail("mailbox id already in use");
@@ -180,41 +212,36 @@ void RedisMailboxStore::createMailbox(const MailboxRecord& mailbox) {
 }
 
 MailboxAccess RedisMailboxStore::access(std::string_view id, ByteView credentialHash, Date now) {
-  MutexLock lock(mutex_);
-  Reply fields = command({"HMGET", key("mailbox", id), "secret", "expires"});
-  if (fields->type != REDIS_REPLY_ARRAY || fields->elements != 2 ||
-      fields->element[0]->type != REDIS_REPLY_STRING)
+  static const Script kAccess{kAccessScript};
+  Reply reply = script(kAccess, {"2", key("mailbox", id), key("tokens", id), text(credentialHash)});
+  if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 3 ||
+      reply->element[0]->type != REDIS_REPLY_STRING ||
+      reply->element[1]->type != REDIS_REPLY_STRING)
     return MailboxAccess::none;
-  if (fields->element[1]->type == REDIS_REPLY_STRING &&
-      now.secondsSince1970 >= std::strtod(fields->element[1]->str, nullptr))
+  const redisReply* ends = reply->element[1];
+  if (ends->len > 0 && now.secondsSince1970 >= std::strtod(ends->str, nullptr))
     return MailboxAccess::none;
-  ByteView secret(reinterpret_cast<const uint8_t*>(fields->element[0]->str),
-                  fields->element[0]->len);
+  ByteView secret(reinterpret_cast<const uint8_t*>(reply->element[0]->str), reply->element[0]->len);
   if (sameCredentialHash(secret, credentialHash)) return MailboxAccess::owner;
-  Reply member = command({"SISMEMBER", key("tokens", id), text(credentialHash)});
-  return member->integer == 1 ? MailboxAccess::sender : MailboxAccess::none;
+  return reply->element[2]->integer == 1 ? MailboxAccess::sender : MailboxAccess::none;
 }
 
 void RedisMailboxStore::addSendToken(std::string_view id, ByteView tokenHash) {
-  MutexLock lock(mutex_);
   command({"SADD", key("tokens", id), text(tokenHash)});
 }
 
 bool RedisMailboxStore::removeSendToken(std::string_view id, ByteView tokenHash) {
-  MutexLock lock(mutex_);
   return command({"SREM", key("tokens", id), text(tokenHash)})->integer == 1;
 }
 
 void RedisMailboxStore::setPushRegistration(std::string_view id,
                                             const PushRegistration& registration) {
-  MutexLock lock(mutex_);
   command({"HSET", key("mailbox", id), "push_token", registration.token, "push_topic",
            registration.topic, "push_production", registration.production ? "1" : "0"});
 }
 
 AppendOutcome RedisMailboxStore::appendMessage(std::string_view id, ByteView data, bool push,
                                                Date now, size_t maxMessages) {
-  MutexLock lock(mutex_);
   Reply reply =
       command({"EVAL", kAppendScript, "4", key("mailbox", id), key("messages", id), key("ages"),
                key("arrivals"), std::string(id), text(data), number(now.secondsSince1970),
@@ -226,7 +253,6 @@ AppendOutcome RedisMailboxStore::appendMessage(std::string_view id, ByteView dat
 
 std::vector<StoredMessage> RedisMailboxStore::messagesAfter(std::string_view id, uint64_t after,
                                                             size_t maxBytes) {
-  MutexLock lock(mutex_);
   std::vector<StoredMessage> result;
   Reply reply =
       command({"ZRANGEBYSCORE", key("messages", id), "(" + std::to_string(after), "+inf"});
@@ -249,21 +275,19 @@ std::vector<StoredMessage> RedisMailboxStore::messagesAfter(std::string_view id,
 }
 
 bool RedisMailboxStore::deleteMailbox(std::string_view id) {
-  MutexLock lock(mutex_);
-  return command({"EVAL", kDeleteScript, "5", key("mailbox", id), key("tokens", id),
-                  key("messages", id), key("mailboxes"), key("ages"), std::string(id)})
+  static const Script kDelete{kDeleteScript};
+  return script(kDelete, {"5", key("mailbox", id), key("tokens", id), key("messages", id),
+                          key("mailboxes"), key("ages"), std::string(id)})
              ->integer == 1;
 }
 
 void RedisMailboxStore::expire(Date now, Date messagesBefore) {
-  MutexLock lock(mutex_);
-  command({"EVAL", kExpireScript, "2", key("mailboxes"), key("ages"), prefix_,
-           number(now.secondsSince1970), number(messagesBefore.secondsSince1970),
-           std::to_string(kExpiryBatch)});
+  static const Script kExpire{kExpireScript};
+  script(kExpire, {"2", key("mailboxes"), key("ages"), prefix_, number(now.secondsSince1970),
+                   number(messagesBefore.secondsSince1970), std::to_string(kExpiryBatch)});
 }
 
 StoreCounts RedisMailboxStore::counts() {
-  MutexLock lock(mutex_);
   StoreCounts counts;
   counts.mailboxes = static_cast<uint64_t>(command({"ZCARD", key("mailboxes")})->integer);
   counts.messages = static_cast<uint64_t>(command({"ZCARD", key("ages")})->integer);

@@ -35,8 +35,8 @@ RedisAddress parseRedisURL(const std::string& url);
 // through another.
 //
 // Durability is the Redis server's (its append-only file, when the operator turns it on). Calls
-// from several threads share one connection under a lock; a broken connection is opened again on
-// the next call. Failures are RelayServerError::store.
+// from several threads use a small pool of connections, each under its own lock; a broken one is
+// opened again on its next use. Failures are RelayServerError::store.
 class RedisMailboxStore final : public MailboxStore {
  public:
   // Connects (and fails at once when the server cannot be reached).
@@ -71,15 +71,30 @@ class RedisMailboxStore final : public MailboxStore {
   };
   using Context = std::unique_ptr<redisContext, ContextDeleter>;
 
+  struct Connection {
+    Mutex mutex;
+    Context context GUARDED_BY(mutex);
+  };
+  // A Lua script with the SHA-1 that Redis knows it by.
+  struct Script {
+    explicit Script(const char* text);
+    std::string text, sha1;
+  };
+
   Context connect() const;
-  Reply command(const std::vector<std::string>& arguments) REQUIRES(mutex_);
+  // Runs one command on the next connection of the pool: its reply, errors included.
+  Reply send(const std::vector<std::string>& arguments);
+  // As `send`, but an error reply fails.
+  Reply command(const std::vector<std::string>& arguments);
+  // Runs a script with "KEY COUNT, KEYS..., ARGS..." as `arguments`.
+  Reply script(const Script& script, std::vector<std::string> arguments);
   std::string key(const char* kind, std::string_view id = {}) const;
   void listen(ArrivalListener listener);
 
   const RedisAddress address_;
   const std::string prefix_;
-  Mutex mutex_;
-  Context context_ GUARDED_BY(mutex_);
+  std::vector<Connection> connections_;
+  std::atomic<size_t> next_{0};
 
   std::atomic<bool> stopping_{false};
   std::atomic<int> subscriberSocket_{-1};

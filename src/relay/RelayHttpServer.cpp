@@ -454,6 +454,10 @@ struct RelayHttpServer::Impl {
                     ssl::context::no_sslv3 | ssl::context::no_tlsv1 | ssl::context::no_tlsv1_1);
     // An idle TLS connection (a waiting fetch) then holds no read and write buffers.
     SSL_CTX_set_mode(tls.native_handle(), SSL_MODE_RELEASE_BUFFERS);
+    // No server-side session cache: it would keep a session per connection for its lifetime.
+    // Clients resume with stateless tickets instead, which cost the server nothing to keep.
+    SSL_CTX_set_session_cache_mode(tls.native_handle(), SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_num_tickets(tls.native_handle(), 1);
     if (tls.use_certificate_chain_file(options.tlsCertificate->string(), error))
       throw RelayServerError(RelayServerErrorKind::tls, "cannot load the certificate " +
                                                             options.tlsCertificate->string() +

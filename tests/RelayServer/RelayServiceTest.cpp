@@ -308,10 +308,11 @@ TEST(RedisMailboxStore, ArrivalsReachEveryStoreOnTheServer) {
   RedisServerProcess& redis = RedisEnvironment::instance();
   if (!redis.available()) GTEST_SKIP() << RedisServerProcess::kMissing;
   const std::string prefix = uniquePrefix();
-  RedisMailboxStore listening({"127.0.0.1", redis.port()}, prefix);
-  RedisMailboxStore sending({"127.0.0.1", redis.port()}, prefix);
+  // Declared before the stores, so that they outlive the listening thread.
   Mutex mutex;
   std::vector<std::string> arrived;
+  RedisMailboxStore listening({"127.0.0.1", redis.port()}, prefix);
+  RedisMailboxStore sending({"127.0.0.1", redis.port()}, prefix);
   listening.setArrivalListener([&](const std::string& id) {
     MutexLock lock(mutex);
     arrived.push_back(id);
@@ -326,6 +327,7 @@ TEST(RedisMailboxStore, ArrivalsReachEveryStoreOnTheServer) {
   EXPECT_TRUE(heard);
   MutexLock lock(mutex);
   EXPECT_EQ(arrived.empty() ? "" : arrived.front(), "box");
+  lock.unlock();
 }
 
 TEST(RedisMailboxStore, ReadsOnlyRedisURLs) {

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -67,6 +68,8 @@ RedisServerProcess::RedisServerProcess(const std::filesystem::path& folder) {
   argv.push_back(nullptr);
   pid_ = ::fork();
   if (pid_ == 0) {
+    // Ends with the test program, even when that one crashes.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::execv(argv[0], argv.data());
     ::_exit(127);
   }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,6 +55,8 @@ RelayProcess::RelayProcess(const std::vector<std::string>& arguments,
   if (::pipe2(output, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
   pid_ = ::fork();
   if (pid_ == 0) {
+    // Ends with the test program, even when that one crashes.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     int error = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     ::dup2(output[1], STDOUT_FILENO);
     ::dup2(error, STDERR_FILENO);
