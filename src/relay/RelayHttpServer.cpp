@@ -418,11 +418,12 @@ struct RelayHttpServer::Impl {
       : state(service, waiting),
         options(options_),
         io(options_.threads),
-        acceptor(io),
+        control(net::make_strand(io)),
+        acceptor(control),
         tls(ssl::context::tls_server),
-        expiryTimer(io),
-        shutdownTimer(io),
-        signals(io, SIGTERM, SIGINT) {}
+        expiryTimer(control),
+        shutdownTimer(control),
+        signals(control, SIGTERM, SIGINT) {}
 
   void listen() {
     ErrorCode error;
@@ -474,7 +475,7 @@ struct RelayHttpServer::Impl {
       if (state.stopping) return;
       if (error) {
         // Out of descriptors or a connection that was reset while queued: try again shortly.
-        acceptRetry = std::make_unique<net::steady_timer>(io, std::chrono::milliseconds(50));
+        acceptRetry = std::make_unique<net::steady_timer>(control, std::chrono::milliseconds(50));
         acceptRetry->async_wait([this](ErrorCode) { accept(); });
         return;
       }
@@ -521,6 +522,8 @@ struct RelayHttpServer::Impl {
   ServerState state;
   HttpServerOptions options;
   net::io_context io;
+  // The listener, the timers and the signals are used from this strand only.
+  net::strand<net::io_context::executor_type> control;
   tcp::acceptor acceptor;
   ssl::context tls;
   bool usesTLS = false;
@@ -552,8 +555,10 @@ void RelayHttpServer::run() {
   impl.signals.async_wait([&impl](ErrorCode error, int) {
     if (!error) impl.stop();
   });
-  impl.accept();
-  impl.sweepExpired();
+  net::post(impl.control, [&impl] {
+    impl.accept();
+    impl.sweepExpired();
+  });
   std::vector<std::thread> threads;
   for (int i = 1; i < impl.options.threads; ++i) threads.emplace_back([&impl] { impl.io.run(); });
   impl.io.run();
