@@ -76,6 +76,20 @@ bool isMalformedRequest(const ErrorCode& error) {
          error != http::error::need_more && error != http::error::buffer_overflow;
 }
 
+// The last address of an "X-Forwarded-For" value (the one the nearest proxy saw), when it is an
+// IPv4 or IPv6 address.
+std::optional<std::string> forwardedAddress(beast::string_view header) {
+  std::string_view value(header.data(), header.size());
+  if (size_t comma = value.rfind(','); comma != std::string_view::npos)
+    value.remove_prefix(comma + 1);
+  while (!value.empty() && value.front() == ' ') value.remove_prefix(1);
+  while (!value.empty() && value.back() == ' ') value.remove_suffix(1);
+  ErrorCode error;
+  auto address = net::ip::make_address(std::string(value), error);
+  if (error) return std::nullopt;
+  return address.to_string();
+}
+
 class Session {
  public:
   virtual ~Session() = default;
@@ -92,6 +106,7 @@ struct ServerState {
   WaitingFetches& waiting;
   std::atomic<bool> stopping{false};
   double headerTimeoutSeconds = kHeaderReadTimeoutSeconds;
+  bool trustForwardedFor = false;
   // Called when the last session ends after shutdown began.
   std::function<void()> lastSessionEnded;
 
@@ -235,6 +250,10 @@ class Connection final : public Session, public std::enable_shared_from_this<Con
     }
     request.body = std::move(message.body());
     request.clientAddress = clientAddress_;
+    if (state_.trustForwardedFor) {
+      if (auto forwarded = forwardedAddress(message["X-Forwarded-For"]))
+        request.clientAddress = std::move(*forwarded);
+    }
     version_ = message.version();
     parser_.reset();
     RelayAnswer answer = state_.service.handle(request, currentDate());
@@ -538,6 +557,7 @@ RelayHttpServer::RelayHttpServer(RelayService& service, WaitingFetches& waiting,
                                  const HttpServerOptions& options)
     : impl_(std::make_unique<Impl>(service, waiting, options)) {
   impl_->state.headerTimeoutSeconds = options.headerTimeoutSeconds;
+  impl_->state.trustForwardedFor = options.trustForwardedFor;
   impl_->loadTLS();
   impl_->listen();
 }

@@ -19,6 +19,10 @@ struct HttpServerOptions {
   int threads = 2;
   // Time allowed for a whole request header (and for the idle time between requests).
   double headerTimeoutSeconds = kHeaderReadTimeoutSeconds;
+  // Behind a proxy every client has the proxy's address: with this, the per-address limits use the
+  // last address of the "X-Forwarded-For" header that the proxy adds (and the peer's address when
+  // there is none). Only for a relay that nobody can reach but through the proxy.
+  bool trustForwardedFor = false;
   // How often expired mailboxes and messages are removed.
   double expirySweepSeconds = 30;
 };

@@ -114,6 +114,11 @@ int main(int argc, char** argv) {
                  "allowed between requests)")
       ->capture_default_str()
       ->check(CLI::Range(0.1, 300.0));
+  bool forwardedFor = false;
+  app.add_flag("--forwarded-for", forwardedFor,
+               "behind a proxy: apply the per-address limits to the last address of the "
+               "X-Forwarded-For header the proxy adds (only when the relay is reachable through "
+               "the proxy alone)");
   int threads = 2;
   app.add_option("--threads", threads, "threads serving connections")
       ->capture_default_str()
@@ -127,6 +132,7 @@ int main(int argc, char** argv) {
     HttpServerOptions options = listenAddress(listen);
     options.threads = threads;
     options.headerTimeoutSeconds = headerTimeout;
+    options.trustForwardedFor = forwardedFor;
     if (!certificate.empty()) {
       options.tlsCertificate = certificate;
       options.tlsKey = key;

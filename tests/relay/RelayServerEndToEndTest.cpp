@@ -312,6 +312,22 @@ TEST_F(RelayServerTest, SlowAndSilentClientsDelayNobody) {
   EXPECT_TRUE(trickling->closedByServer());
 }
 
+TEST_F(RelayServerTest, LimitsFollowTheForwardedAddressBehindAProxy) {
+  start({"--creations-per-minute", "1", "--forwarded-for"});
+  auto createFrom = [&](const std::string& forwarded) {
+    auto response =
+        connect()->request("POST", "/v1/mailbox", "", "", "X-Forwarded-For: " + forwarded + "\r\n");
+    return response ? response->status : 0;
+  };
+  EXPECT_EQ(createFrom("203.0.113.9, 192.0.2.1"), 201);
+  EXPECT_EQ(createFrom("192.0.2.1"), 429);
+  EXPECT_EQ(createFrom("192.0.2.1, 192.0.2.2"), 201);
+  EXPECT_EQ(createFrom("2001:db8::1"), 201);
+  // Without a usable header, the connection's own address counts.
+  EXPECT_EQ(createFrom("not an address"), 201);
+  EXPECT_EQ(createFrom("garbage"), 429);
+}
+
 TEST_F(RelayServerTest, RefusesBadSettingsAtStart) {
   auto [code, error] =
       runRelayToEnd({"--listen", "127.0.0.1:0", "--tls-cert", certificates_->certificate.string(),
