@@ -13,9 +13,8 @@ fetches=${2:-10000}
 rate=${3:-1000}
 relay="$build/src/relay/quorvane-relay"
 client="$build/bench/relay_load_client"
-for program in "$relay" "$client"; do
-  [[ -x "$program" ]] || { echo "build $program first (cmake --build $build)" >&2; exit 1; }
-done
+[[ -f "$build/CMakeCache.txt" ]] || { echo "configure $build first (see README)" >&2; exit 1; }
+cmake --build "$build" --target quorvane-relay relay_load_client
 
 work=$(mktemp -d)
 pids=()
