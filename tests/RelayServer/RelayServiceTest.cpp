@@ -405,6 +405,25 @@ TEST(RelayRoute, MatchesEachRouteAndNothingElse) {
   EXPECT_EQ(matchRoute("GET", "/v1/mailbox/" + std::string(65, 'a')).result, R::notFound);
 }
 
+TEST(WaitingFetches, EachWaiterIsWokenOrRemovedExactlyOnce) {
+  WaitingFetches waiting;
+  int a = 0, b = 0, c = 0;
+  auto first = waiting.add("a", [&] { ++a; });
+  auto second = waiting.add("a", [&] { ++b; });
+  waiting.add("c", [&] { ++c; });
+  EXPECT_EQ(waiting.count(), 3u);
+  EXPECT_TRUE(waiting.remove(second));
+  EXPECT_FALSE(waiting.remove(second));
+  waiting.wake("a");
+  waiting.wake("a");
+  EXPECT_EQ(a, 1);
+  EXPECT_EQ(b, 0);
+  EXPECT_FALSE(waiting.remove(first)) << "already woken";
+  waiting.wakeAll();
+  EXPECT_EQ(c, 1);
+  EXPECT_EQ(waiting.count(), 0u);
+}
+
 TEST(RelayCredentials, BearerHeadersAreReadStrictly) {
   EXPECT_EQ(bearerCredential("Bearer abc")->text(), "abc");
   EXPECT_EQ(bearerCredential("bearer  abc ")->text(), "abc");
