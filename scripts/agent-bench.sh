@@ -15,6 +15,10 @@
 #               minimal agent, which serves one connection at a time)
 # Each line is the load client's JSON, with the agent's resident memory in MiB, sampled half-way
 # through the case, added.
+#
+# QUORVANE_BASELINE_BUILD=DIR adds a fourth agent, the quorvane-agent of another build (an earlier
+# commit's, say), as the column "baseline", so that a change is measured before and after in one
+# run.
 set -euo pipefail
 build=${1:-build}
 seconds=${2:-10}
@@ -39,15 +43,30 @@ waitForSocket() {
   exit 1
 }
 
-export HOME="$work/home" XDG_DATA_HOME="$work/home/data"
-mkdir -p "$HOME"
-"$build/src/agent/quorvane-agent" >"$work/agent.log" 2>&1 &
-quorvanePID=$!
-pids+=("$quorvanePID")
-waitForSocket "$HOME/.ssh/quorvane/control.sock"
-"$build/src/cli/quorvane" keys generate bench >/dev/null
-"$build/src/cli/quorvane" keys public bench >"$work/quorvane.pub"
-"$build/src/cli/quorvane" rules add --name bench --decision allow --purpose signature:bench --allow-any --yes >/dev/null
+# Starts the quorvane-agent of build $1 in its own home $2 with a key and an allow rule; sets
+# startedPID.
+startQuorvane() {
+  local agentBuild=$1 home=$2
+  mkdir -p "$home"
+  HOME="$home" XDG_DATA_HOME="$home/data" "$agentBuild/src/agent/quorvane-agent" \
+    >"$home/agent.log" 2>&1 &
+  startedPID=$!
+  pids+=("$startedPID")
+  waitForSocket "$home/.ssh/quorvane/control.sock"
+  local cli=(env HOME="$home" XDG_DATA_HOME="$home/data" "$build/src/cli/quorvane")
+  "${cli[@]}" keys generate bench >/dev/null
+  "${cli[@]}" keys public bench >"$home/quorvane.pub"
+  "${cli[@]}" rules add --name bench --decision allow --purpose signature:bench --allow-any \
+    --yes >/dev/null
+}
+
+startQuorvane "$build" "$work/home"
+quorvanePID=$startedPID
+baseline=${QUORVANE_BASELINE_BUILD:-}
+if [[ -n "$baseline" ]]; then
+  startQuorvane "$baseline" "$work/baseline"
+  baselinePID=$startedPID
+fi
 
 ssh-keygen -q -t ed25519 -N '' -f "$work/openssh"
 ssh-agent -D -a "$work/ssh-agent.sock" >/dev/null 2>&1 &
@@ -85,7 +104,12 @@ measure() {
 
 for case in "${cases[@]}"; do
   measure ssh-agent "$work/ssh-agent.sock" "$work/openssh.pub" "$sshAgentPID" "$case"
-  measure quorvane "$HOME/.ssh/quorvane/agent.sock" "$work/quorvane.pub" "$quorvanePID" "$case"
+  if [[ -n "$baseline" ]]; then
+    measure baseline "$work/baseline/.ssh/quorvane/agent.sock" "$work/baseline/quorvane.pub" \
+      "$baselinePID" "$case"
+  fi
+  measure quorvane "$work/home/.ssh/quorvane/agent.sock" "$work/home/quorvane.pub" "$quorvanePID" \
+    "$case"
   # The floor serves one connection at a time, so a connection held open stops it: it has no
   # figure with idle connections.
   [[ $case == idle-10000 ]] && continue

@@ -13,6 +13,7 @@ packages=(
   libsqlite3-dev                      # the activity log
   libcli11-dev                        # command-line parsing
   libpam0g-dev                        # presence verification through PAM
+  libcurl4-openssl-dev                # HTTPS requests to the relay
   openssh-client                      # ssh and ssh-keygen, which the agent serves and Git signs with
   libboost-dev                        # Boost.Beast/Asio: the relay server's HTTP and TLS
   libhiredis-dev                      # the relay's shared store in Redis

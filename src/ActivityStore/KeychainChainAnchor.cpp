@@ -60,12 +60,26 @@ std::optional<SecureBytes> KeychainChainAnchor::chainKey() {
 }
 
 std::optional<ChainEnd> KeychainChainAnchor::readEnd(std::string_view account) {
-  auto data = readItem(account);
-  if (!data) return std::nullopt;
-  if (data->size() != kEndSize) throw ActivityStoreError::anchorCorrupted();
-  uint64_t id = 0;
-  for (size_t i = 0; i < 8; ++i) id = id << 8 | data->data()[i];
-  return ChainEnd{static_cast<int64_t>(id), Bytes(data->data() + 8, data->data() + kEndSize)};
+  // The version is taken before the read: a write in between makes the next version differ, so
+  // the worst case is one read too many.
+  const std::optional<KeychainItemVersion> version = keychain_.version(service_, account);
+  if (version) {
+    MutexLock lock(knownMutex_);
+    auto found = known_.find(account);
+    if (found != known_.end() && found->second.version == *version) return found->second.end;
+  }
+  std::optional<ChainEnd> end;
+  if (auto data = readItem(account)) {
+    if (data->size() != kEndSize) throw ActivityStoreError::anchorCorrupted();
+    uint64_t id = 0;
+    for (size_t i = 0; i < 8; ++i) id = id << 8 | data->data()[i];
+    end = ChainEnd{static_cast<int64_t>(id), Bytes(data->data() + 8, data->data() + kEndSize)};
+  }
+  if (version) {
+    MutexLock lock(knownMutex_);
+    known_.insert_or_assign(std::string(account), KnownEnd{*version, end});
+  }
+  return end;
 }
 
 void KeychainChainAnchor::writeEnd(std::string_view account, const std::optional<ChainEnd>& end) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 
 #include "ActivityStore/ChainAnchor.h"
+#include "Base/Mutex.h"
 #include "Platform/Keychain.h"
 
 namespace quorvane {
@@ -16,6 +18,10 @@ namespace quorvane {
 //   account "start"     the oldest row: its id as 8 bytes big-endian, then its 32-byte prev
 // A missing item is an absent value. Keychain failures throw anchorUnavailable(status), an item
 // of the wrong length anchorCorrupted. The keychain must outlive the anchor.
+//
+// The ends are read at every append, so the anchor keeps each end it read with the item's version
+// and reads the item again only when the keychain reports another version (a write by this or
+// another process).
 class KeychainChainAnchor final : public ChainAnchor {
  public:
   static constexpr std::string_view kService = "com.tallowmere.quorvane.activity";
@@ -36,8 +42,15 @@ class KeychainChainAnchor final : public ChainAnchor {
   std::optional<ChainEnd> readEnd(std::string_view account);
   void writeEnd(std::string_view account, const std::optional<ChainEnd>& end);
 
+  struct KnownEnd {
+    KeychainItemVersion version;
+    std::optional<ChainEnd> end;
+  };
+
   Keychain& keychain_;
   const std::string service_;
+  Mutex knownMutex_;
+  std::map<std::string, KnownEnd, std::less<>> known_ GUARDED_BY(knownMutex_);
 };
 
 }  // namespace quorvane

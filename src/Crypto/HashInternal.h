@@ -6,7 +6,8 @@
 
 namespace quorvane::crypto {
 
-// OpenSSL's descriptor of a hash; for use inside the Crypto library.
+// OpenSSL's descriptor of a hash, fetched once for the process; for code that calls OpenSSL
+// directly (inside the Crypto library, and signing with OpenSSL keys).
 const EVP_MD* evpDigest(HashAlgorithm algorithm);
 
 }  // namespace quorvane::crypto

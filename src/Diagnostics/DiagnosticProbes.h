@@ -46,6 +46,7 @@ struct RelayHealth {
   enum class Kind { notConfigured, offline, answered };
   Kind kind = Kind::notConfigured;
   std::optional<std::string> dateHeader;  // for answered (status 200): the "Date" header
+  std::string problem;  // for offline: what went wrong, for people ("the relay answered with ...")
 };
 
 // Everything the diagnostics read from the system, behind one interface so that the order,
@@ -77,6 +78,7 @@ class DiagnosticProbes {
   virtual AccountPassword accountPassword() = 0;
   // The running agent's blocks, a sentence each; none when no agent answers on `controlSocket`.
   virtual std::vector<std::string> activeBlocks(const std::filesystem::path& controlSocket) = 0;
+  // Asks the configured relay's health request (8 s at most).
   virtual RelayHealth relayHealth() = 0;
   virtual Date now() = 0;
 };

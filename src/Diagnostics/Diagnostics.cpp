@@ -235,22 +235,9 @@ Checks blocks(DiagnosticProbes& probes, const DiagnosticSettings& settings) {
 constexpr double kRelayClockTolerance = 31;
 
 Checks relay(DiagnosticProbes& probes, const DiagnosticSettings&) {
-  constexpr const char* kTitle = "Remote approval relay";
+  // The clock is read after the answer arrived, to compare it with the relay's Date header.
   RelayHealth health = probes.relayHealth();
-  if (health.kind == RelayHealth::Kind::notConfigured)
-    return one(kTitle, Level::ok, "Not set up; requests are approved on this computer.");
-  if (health.kind == RelayHealth::Kind::offline)
-    return one(kTitle, Level::warning,
-               "Remote approval is offline. Approve on this computer instead.");
-  if (auto serverDate = health.dateHeader ? parseHTTPDate(*health.dateHeader) : std::nullopt) {
-    double seconds = std::trunc(std::fabs(probes.now().secondsSince(*serverDate)));
-    if (seconds >= kRelayClockTolerance)
-      return one(kTitle, Level::warning,
-                 "This computer's clock is off by " +
-                     std::to_string(static_cast<long long>(seconds)) +
-                     " s. Remote approvals may fail.");
-  }
-  return one(kTitle, Level::ok, "Online");
+  return {checkRelay(health, probes.now())};
 }
 
 // The checks in the order they run: local ones first, the relay (the network) last.
@@ -291,6 +278,26 @@ std::vector<DiagnosticCheck> runDiagnostics(
     }
   }
   return checks;
+}
+
+DiagnosticCheck checkRelay(const RelayHealth& health, Date now) {
+  constexpr const char* kTitle = "Remote approval relay";
+  if (health.kind == RelayHealth::Kind::notConfigured)
+    return one(kTitle, Level::ok, "Not set up; requests are approved on this computer.").front();
+  if (health.kind == RelayHealth::Kind::offline)
+    return one(kTitle, Level::warning,
+               "Remote approval is offline. Approve on this computer instead.")
+        .front();
+  if (auto serverDate = health.dateHeader ? parseHTTPDate(*health.dateHeader) : std::nullopt) {
+    double seconds = std::trunc(std::fabs(now.secondsSince(*serverDate)));
+    if (seconds >= kRelayClockTolerance)
+      return one(kTitle, Level::warning,
+                 "This computer's clock is off by " +
+                     std::to_string(static_cast<long long>(seconds)) +
+                     " s. Remote approvals may fail.")
+          .front();
+  }
+  return one(kTitle, Level::ok, "Online").front();
 }
 
 bool anyProblem(const std::vector<DiagnosticCheck>& checks) {

@@ -38,6 +38,11 @@ std::vector<DiagnosticCheck> runDiagnostics(
     DiagnosticProbes& probes, const DiagnosticSettings& settings,
     const std::function<void(const DiagnosticCheck&)>& onCheck = {});
 
+// The relay check on its own ("Remote approval relay"): offline, or online with this computer's
+// clock compared with the relay's Date header at `now` (31 whole seconds apart or more either way
+// is reported). `remote status` shows the same line.
+DiagnosticCheck checkRelay(const RelayHealth& health, Date now);
+
 // Whether any check in `checks` is a problem (the command then exits with failure).
 bool anyProblem(const std::vector<DiagnosticCheck>& checks);
 

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "AgentState/PresenceSetting.h"
+#include "AgentState/RelaySetting.h"
 #include "AgentState/SupportState.h"
 #include "ControlProtocol/ControlClient.h"
 #include "Diagnostics/AgentUnit.h"
@@ -20,6 +21,9 @@
 #include "Platform/PAMPresenceVerifier.h"
 #include "Platform/Paths.h"
 #include "Platform/WholeFile.h"
+#include "RelayClient/RelayClient.h"
+#include "RelayClient/RelayError.h"
+#include "RelayClient/RelayTexts.h"
 #include "SSHWire/Framing.h"
 #include "SSHWire/WireError.h"
 
@@ -186,7 +190,34 @@ std::vector<std::string> SystemProbes::activeBlocks(const std::filesystem::path&
   return texts;
 }
 
-RelayHealth SystemProbes::relayHealth() { return {RelayHealth::Kind::notConfigured, std::nullopt}; }
+RelayHealth SystemProbes::relayHealth() {
+  // Without a saved setting there is no relay, and opening the support state would create its
+  // folders.
+  std::error_code error;
+  if (!std::filesystem::exists(supportFolder() / kRelaySettingFile, error))
+    return {RelayHealth::Kind::notConfigured, std::nullopt, ""};
+  std::optional<RelaySetting> setting;
+  try {
+    setting = loadRelaySetting(SupportState::open());
+  } catch (const std::exception& failure) {
+    return {RelayHealth::Kind::offline, std::nullopt,
+            std::string("the relay setting can't be read: ") + failure.what()};
+  }
+  if (!setting) return {RelayHealth::Kind::notConfigured, std::nullopt, ""};
+  return relayHealthOf(RelayClient(RelayEndpoint{setting->baseURL, setting->caFile, {}}));
+}
+
+RelayHealth relayHealthOf(const RelayClient& client) {
+  try {
+    RelayHealthAnswer answer = client.health();
+    if (answer.status != 200)
+      return {RelayHealth::Kind::offline, std::nullopt,
+              relayFailureText(RelayError::http(answer.status))};
+    return {RelayHealth::Kind::answered, std::move(answer.date), ""};
+  } catch (const RelayError& failure) {
+    return {RelayHealth::Kind::offline, std::nullopt, relayFailureText(failure)};
+  }
+}
 
 Date SystemProbes::now() { return SystemClock().now(); }
 

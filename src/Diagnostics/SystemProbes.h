@@ -4,12 +4,14 @@
 
 #include "Diagnostics/DiagnosticProbes.h"
 #include "Platform/RunProgram.h"
+#include "RelayClient/RelayClient.h"
 
 namespace quorvane {
 
 // The probes of a Linux system: systemctl --user for the unit and the manager's environment, the
-// agent socket itself, `ssh -G`, the file keychain behind the key store, the process environment.
-// The relay is not configured yet. Asking the agent gives up after a few seconds.
+// agent socket itself, `ssh -G`, the file keychain behind the key store, the process environment,
+// the relay that `quorvane remote relay` set (its health request). Asking the agent gives up
+// after a few seconds.
 class SystemProbes final : public DiagnosticProbes {
  public:
   AgentUnitState agentUnitState() override;
@@ -33,5 +35,9 @@ class SystemProbes final : public DiagnosticProbes {
   const ProgramResult& showEnvironment();
   std::optional<ProgramResult> showEnvironment_;
 };
+
+// What `client`'s health request says: answered (status 200, with the Date header), or offline
+// with the reason in the relay's user words.
+RelayHealth relayHealthOf(const RelayClient& client);
 
 }  // namespace quorvane

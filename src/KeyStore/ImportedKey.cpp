@@ -10,6 +10,7 @@
 #include "Base/Check.h"
 #include "Base/CryptoError.h"
 #include "Crypto/ECKeyPair.h"
+#include "Crypto/HashInternal.h"
 #include "Crypto/OpenSSLHandles.h"
 #include "SSHWire/SSHSignature.h"
 
@@ -197,15 +198,21 @@ Bytes ImportedKey::sign(ByteView data, SignFlags flags) const {
   switch (algorithm_) {
     case KeyAlgorithm::ed25519: return SSHSignature::ed25519(digestSign(key_.get(), nullptr, data));
     case KeyAlgorithm::ecdsaP256:
-      return SSHSignature::ecdsa(SSHKeyType::ecdsaP256,
-                                 rawECDSASignature(digestSign(key_.get(), EVP_sha256(), data), 32));
+      return SSHSignature::ecdsa(
+          SSHKeyType::ecdsaP256,
+          rawECDSASignature(
+              digestSign(key_.get(), crypto::evpDigest(crypto::HashAlgorithm::sha256), data), 32));
     case KeyAlgorithm::ecdsaP384:
-      return SSHSignature::ecdsa(SSHKeyType::ecdsaP384,
-                                 rawECDSASignature(digestSign(key_.get(), EVP_sha384(), data), 48));
+      return SSHSignature::ecdsa(
+          SSHKeyType::ecdsaP384,
+          rawECDSASignature(
+              digestSign(key_.get(), crypto::evpDigest(crypto::HashAlgorithm::sha384), data), 48));
     case KeyAlgorithm::rsa: {
       auto algorithm = signatureAlgorithm(SSHKeyType::rsa, flags);
       QUORVANE_CHECK(algorithm.has_value(), "RSA signatures need a SHA-2 flag");
-      const EVP_MD* md = *algorithm == "rsa-sha2-256" ? EVP_sha256() : EVP_sha512();
+      const EVP_MD* md =
+          crypto::evpDigest(*algorithm == "rsa-sha2-256" ? crypto::HashAlgorithm::sha256
+                                                         : crypto::HashAlgorithm::sha512);
       return SSHSignature::rsa(*algorithm, digestSign(key_.get(), md, data));
     }
   }

@@ -141,6 +141,20 @@ KeychainReadResult FileKeychain::read(std::string_view service, std::string_view
   }
 }
 
+std::optional<KeychainItemVersion> FileKeychain::version(std::string_view service,
+                                                         std::string_view account) {
+  if (!withinLimits(service, account)) return std::nullopt;
+  struct stat info {};
+  if (::stat(itemPath(service, account).c_str(), &info) != 0)
+    return errno == ENOENT ? std::optional(KeychainItemVersion{}) : std::nullopt;
+  auto nanoseconds = [](const timespec& time) {
+    return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000u +
+           static_cast<uint64_t>(time.tv_nsec);
+  };
+  return KeychainItemVersion{{static_cast<uint64_t>(info.st_ino), nanoseconds(info.st_ctim),
+                              nanoseconds(info.st_mtim), static_cast<uint64_t>(info.st_size)}};
+}
+
 KeychainStatus FileKeychain::add(std::string_view service, std::string_view account,
                                  ByteView data) {
   return write(service, account, data, WriteMode::add);

@@ -42,6 +42,10 @@ class FileKeychain final : public Keychain {
   std::filesystem::path itemPath(std::string_view service, std::string_view account) const;
 
   KeychainReadResult read(std::string_view service, std::string_view account) override;
+  // The item file's inode, change and modification times and size: every write renames a new
+  // file into place, and a removal leaves no file.
+  std::optional<KeychainItemVersion> version(std::string_view service,
+                                             std::string_view account) override;
   KeychainStatus add(std::string_view service, std::string_view account, ByteView data) override;
   KeychainStatus update(std::string_view service, std::string_view account, ByteView data) override;
   KeychainStatus remove(std::string_view service, std::string_view account) override;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,6 +27,14 @@ struct KeychainReadResult {
   SecureBytes data;
 };
 
+// One written state of an item: it changes whenever the item is written or removed, so a reader
+// that sees the same version again may keep what it read before. An absent item has a version too
+// (the same one each time it is absent, for some back ends).
+struct KeychainItemVersion {
+  std::array<uint64_t, 4> stamp{};
+  bool operator==(const KeychainItemVersion&) const = default;
+};
+
 // Generic-password items addressed by (service, account), with the Keychain's semantics: `add`
 // fails with kKeychainDuplicateItem when the item exists, `update` and `remove` fail with
 // kKeychainItemNotFound when it does not. Implementations are safe to call from many threads, and
@@ -38,6 +48,12 @@ class Keychain {
   virtual KeychainStatus update(std::string_view service, std::string_view account,
                                 ByteView data) = 0;
   virtual KeychainStatus remove(std::string_view service, std::string_view account) = 0;
+  // The item's current version, much cheaper than reading it; nothing when the back end cannot
+  // tell, and the caller reads the item.
+  virtual std::optional<KeychainItemVersion> version(std::string_view /*service*/,
+                                                     std::string_view /*account*/) {
+    return std::nullopt;
+  }
 };
 
 }  // namespace quorvane

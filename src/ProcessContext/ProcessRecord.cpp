@@ -71,6 +71,11 @@ std::string procPath(pid_t pid, const char* name = nullptr) {
   return path;
 }
 
+// The stat record of the process's first thread, relative to its /proc directory: the same pid,
+// command, state, parent and start time as the process's own record, which the kernel makes by
+// adding up the times of every thread, slowly for a peer with a thousand threads.
+std::string leaderStatPath(pid_t pid) { return "task/" + std::to_string(pid) + "/stat"; }
+
 }  // namespace
 
 ProcessStat parseProcessStat(std::string_view text) {
@@ -121,7 +126,8 @@ ArgumentArea splitArgumentArea(std::string_view area, size_t keep) {
 
 std::optional<uint64_t> processStartTime(pid_t pid) {
   if (pid < 1) return std::nullopt;
-  auto text = readAll(::open(procPath(pid, "stat").c_str(), O_RDONLY | O_CLOEXEC), kStatLimit);
+  auto text = readAll(
+      ::open(procPath(pid, leaderStatPath(pid).c_str()).c_str(), O_RDONLY | O_CLOEXEC), kStatLimit);
   if (!text) return std::nullopt;
   try {
     return parseProcessStat(*text).startTime;
@@ -153,7 +159,7 @@ ProcessDirectory::ProcessDirectory(ProcessDirectory&& other) noexcept
 std::optional<ProcessStat> ProcessDirectory::stat() const {
   // The kernel makes the whole record for the first read when the buffer holds it, so one read
   // is enough and a second one to see the end is saved; a record that fills the buffer is not one.
-  int descriptor = openat(descriptor_, "stat", O_RDONLY | O_CLOEXEC);
+  int descriptor = openat(descriptor_, leaderStatPath(pid_).c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) return std::nullopt;
   std::array<char, kStatLimit> buffer;
   ssize_t count;

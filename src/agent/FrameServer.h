@@ -44,7 +44,7 @@ class FrameServer {
     // Connections held at once; past it new clients are closed at once. 0: what the open-file
     // limit allows, less a reserve for the rest of the program.
     size_t maxConnections = 0;
-    // Threads waiting for events; 0: one per processor, at least two.
+    // Threads waiting for events; 0: four per processor.
     size_t runners = 0;
     std::chrono::milliseconds socketCheckInterval{10'000};
   };

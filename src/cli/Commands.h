@@ -26,6 +26,8 @@ void addDoctorCommands(CLI::App& app);
 // `presence` (on, off) and `remote` (pause, resume).
 void addPresenceCommands(CLI::App& app);
 void addRemoteCommands(CLI::App& app);
+// `remote relay` and `remote status`, added to the remote group.
+void addRelayCommands(CLI::App& remote);
 
 // The approval windows by the names the commands take ("5m" … "24h"), in seconds.
 extern const std::map<std::string, double> kWindows;

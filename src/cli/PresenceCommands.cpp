@@ -51,7 +51,8 @@ void addPresenceCommands(CLI::App& app) {
 }
 
 void addRemoteCommands(CLI::App& app) {
-  CLI::App* remote = app.add_subcommand("remote", "pause or resume approval on paired devices");
+  CLI::App* remote = app.add_subcommand(
+      "remote", "approval on paired devices: pause, resume, the relay and its status");
   remote->require_subcommand(1);
   remote->add_subcommand("pause", "send requests only to this machine for now")->callback([] {
     // The agent remembers the pause; without a running agent it is written here.
@@ -69,6 +70,7 @@ void addRemoteCommands(CLI::App& app) {
     askAgentWithPresence({{"message", "resumeRemote"}});
     std::cout << "Remote approval is on again.\n";
   });
+  addRelayCommands(*remote);
 }
 
 }  // namespace quorvane::cli

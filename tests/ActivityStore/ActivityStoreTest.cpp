@@ -9,6 +9,7 @@
 #include "ActivityStore/ActivityStoreError.h"
 #include "ActivityStore/KeychainChainAnchor.h"
 #include "ActivityStoreTestSupport.h"
+#include "Platform/FileKeychain.h"
 #include "Platform/InMemoryKeychain.h"
 
 namespace quorvane {
@@ -132,6 +133,59 @@ TEST(KeychainChainAnchor, MakesTheKeyOnceAndStoresTheEnds) {
   anchor.setStart(std::nullopt);
   EXPECT_EQ(sameKeychain.start(), std::nullopt);
   EXPECT_EQ(otherService.head(), std::nullopt);
+}
+
+// A keychain that counts the reads of its items.
+class CountingKeychain final : public Keychain {
+ public:
+  explicit CountingKeychain(Keychain& inner) : inner_(inner) {}
+  KeychainReadResult read(std::string_view service, std::string_view account) override {
+    ++reads;
+    return inner_.read(service, account);
+  }
+  KeychainStatus add(std::string_view service, std::string_view account, ByteView data) override {
+    return inner_.add(service, account, data);
+  }
+  KeychainStatus update(std::string_view service, std::string_view account,
+                        ByteView data) override {
+    return inner_.update(service, account, data);
+  }
+  KeychainStatus remove(std::string_view service, std::string_view account) override {
+    return inner_.remove(service, account);
+  }
+  std::optional<KeychainItemVersion> version(std::string_view service,
+                                             std::string_view account) override {
+    return inner_.version(service, account);
+  }
+  int reads = 0;
+
+ private:
+  Keychain& inner_;
+};
+
+// The ends are read at every append: an end that did not change is not read again, and a change
+// by another process (another keychain on the same folder), a removal or a damaged item is seen
+// at the next read.
+TEST(KeychainChainAnchor, ReadsAnEndAgainOnlyWhenItChanged) {
+  testing::TemporaryDirectory folder;
+  FileKeychain ours(folder.path()), theirs(folder.path());
+  CountingKeychain counting(ours);
+  KeychainChainAnchor anchor(counting), other(theirs);
+  const ChainEnd first{1, Bytes(32, 1)}, second{2, Bytes(32, 2)};
+  other.setHead(first);
+  EXPECT_EQ(anchor.head(), first);
+  EXPECT_EQ(anchor.head(), first);
+  EXPECT_EQ(anchor.start(), std::nullopt);
+  EXPECT_EQ(anchor.start(), std::nullopt);
+  EXPECT_EQ(counting.reads, 2);
+
+  other.setHead(second);
+  EXPECT_EQ(anchor.head(), second);
+  other.setHead(std::nullopt);
+  EXPECT_EQ(anchor.head(), std::nullopt);
+  theirs.add(KeychainChainAnchor::kService, "head", Bytes(39, 0));
+  EXPECT_THROW(anchor.head(), ActivityStoreError);
+  EXPECT_EQ(counting.reads, 5);
 }
 
 TEST(KeychainChainAnchor, ReportsCorruptItemsAndKeychainFailures) {

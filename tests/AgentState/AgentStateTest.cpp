@@ -2,9 +2,11 @@
 
 #include "AgentState/KeychainFlag.h"
 #include "AgentState/KeychainLockStore.h"
+#include "AgentState/RelaySetting.h"
 #include "AgentState/RemotePause.h"
 #include "AgentState/SealedHostPinStore.h"
 #include "KeyStore/FixedSealingKey.h"
+#include "KeyStore/SealedFileError.h"
 #include "Platform/InMemoryKeychain.h"
 #include "support/TestSupport.h"
 
@@ -44,6 +46,22 @@ TEST_F(SealedHostPinStoreTest, ADamagedFileHoldsNoPinsAndIsReplacedByTheNextPin)
   EXPECT_EQ(pins.pinnedFingerprint("github.com"), std::nullopt);
   pins.pin("gitlab.com", "SHA256:two");
   EXPECT_EQ(SealedHostPinStore(support).pinnedFingerprint("gitlab.com"), "SHA256:two");
+}
+
+TEST_F(SealedHostPinStoreTest, TheRelaySettingIsSealedAndClearedWithoutRemovingTheFile) {
+  EXPECT_EQ(loadRelaySetting(support), std::nullopt);
+  const RelaySetting relay{"https://relay.example.com/", folder.path() / "ca.pem"};
+  saveRelaySetting(support, relay);
+  EXPECT_EQ(loadRelaySetting(support), relay);
+  saveRelaySetting(support, RelaySetting{"http://127.0.0.1:8080/", std::nullopt});
+  EXPECT_EQ(loadRelaySetting(support), (RelaySetting{"http://127.0.0.1:8080/", std::nullopt}));
+  saveRelaySetting(support, std::nullopt);
+  EXPECT_EQ(loadRelaySetting(support), std::nullopt);
+  // Another program's edit, or the file taken away, is not silently a different relay.
+  std::filesystem::remove(folder.path() / "relay.json");
+  EXPECT_THROW(loadRelaySetting(support), SealedFileError);
+  writeFile(folder.path() / "relay.json", R"({"baseURL":"https://evil.example/"})");
+  EXPECT_THROW(loadRelaySetting(support), SealedFileError);
 }
 
 // The lock store and the remote-approval pause are the same kind of one-byte item.

@@ -306,7 +306,7 @@ class DiagnosticsRelayClock : public ::testing::TestWithParam<ClockCase> {};
 TEST_P(DiagnosticsRelayClock, IsReportedFrom31WholeSecondsEitherWay) {
   FakeProbes probes;
   probes.clock = Date{784111777.0 - GetParam().serverOffset};  // the header's moment, shifted
-  probes.relay = {RelayHealth::Kind::answered, "Sun, 06 Nov 1994 08:49:37 GMT"};
+  probes.relay = {RelayHealth::Kind::answered, "Sun, 06 Nov 1994 08:49:37 GMT", ""};
   auto checks = run(probes);
   const DiagnosticCheck* check = titled(checks, "Remote approval relay");
   ASSERT_NE(check, nullptr);

@@ -1,6 +1,7 @@
 // The behaviour every keychain back end shares, run against each of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -96,6 +97,32 @@ TEST_P(KeychainConformance, StoresEmptyAndBinaryData) {
   EXPECT_EQ(empty.status, kKeychainSuccess);
   EXPECT_TRUE(empty.data.empty());
   EXPECT_EQ(keychain_->read("svc", "binary").data, SecureBytes(binary));
+}
+
+// Every write gives the item a new version, even one that writes the same bytes again at once,
+// and a removal changes it too; reads and failed calls leave it alone. Readers rely on this to
+// keep what they read.
+TEST_P(KeychainConformance, GivesTheItemANewVersionAtEveryChange) {
+  std::vector<KeychainItemVersion> seen;
+  auto expectNew = [&](const char* step) {
+    std::optional<KeychainItemVersion> version = keychain_->version("svc", "item");
+    ASSERT_TRUE(version) << step;
+    EXPECT_EQ(std::ranges::count(seen, *version), 0) << step;
+    seen.push_back(*version);
+  };
+  expectNew("absent");
+  ASSERT_EQ(keychain_->add("svc", "item", bytesOf("same")), kKeychainSuccess);
+  expectNew("added");
+  keychain_->read("svc", "item");
+  EXPECT_EQ(keychain_->add("svc", "item", bytesOf("same")), kKeychainDuplicateItem);
+  EXPECT_EQ(keychain_->version("svc", "item"), seen.back());
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(keychain_->update("svc", "item", bytesOf("same")), kKeychainSuccess);
+    expectNew("updated");
+  }
+  ASSERT_EQ(keychain_->remove("svc", "item"), kKeychainSuccess);
+  EXPECT_NE(keychain_->version("svc", "item"), seen.back());
+  EXPECT_NE(keychain_->version("svc", "other"), std::nullopt);
 }
 
 // Racing threads: exactly one add wins each round, and the item holds the winner's value.

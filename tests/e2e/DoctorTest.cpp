@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "ConfigKit/SSHConfigEditor.h"
 #include "Platform/FileKeychain.h"
 #include "Platform/Paths.h"
 #include "e2e/EndToEndSupport.h"
+#include "support/ScriptedHTTPServer.h"
 
 namespace quorvane::testing {
 namespace {
@@ -276,6 +281,63 @@ TEST(RulesAdd, ChecksEveryConditionAndConfirmsAllowingAnything) {
   EXPECT_NE(shown.find(hostKey), std::string::npos) << "the rule is shown before it is saved";
   home.quorvane({"rules", "add", "--decision", "allow", "--yes", "--allow-any"});
   EXPECT_EQ(JSON::parse(home.quorvane({"rules", "list", "--json"}).output).size(), 2u);
+}
+
+// The relay set with `remote relay` is what `remote status` and doctor's relay check ask: its
+// health request, its Date header against this computer's clock, its private certificate
+// authority.
+TEST(RemoteRelay, TheSettingReachesStatusAndDoctor) {
+  SizedHome home;
+  std::atomic<double> relayBehind = 31;
+  std::atomic<int> healthStatus = 200;
+  auto script = [&](const RecordedRequest& request) {
+    if (request.target != "/relay/healthz") return ScriptedAnswer{404, {}, ""};
+    // The header has whole seconds and the check drops the fraction of the difference, so the
+    // header is made early in a second: the answer then has most of a second to arrive before a
+    // relay 30 s behind would read as 31.
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto intoSecond = now - std::chrono::duration_cast<std::chrono::seconds>(now);
+    if (intoSecond > std::chrono::milliseconds(200))
+      std::this_thread::sleep_for(std::chrono::seconds(1) - intoSecond);
+    return ScriptedAnswer{healthStatus.load(), {{"Date", httpDate(-relayBehind.load())}}, "ok"};
+  };
+  ScriptedHTTPServer relay(script);
+  const std::string url = relay.baseURL() + "relay/";
+  EXPECT_EQ(home.quorvane({"remote", "relay", "http://relay.example.com/", "--yes"}).exitCode, 1);
+  ASSERT_EQ(home.quorvane({"remote", "relay", url, "--yes"}).exitCode, 0);
+
+  JSON status = JSON::parse(home.quorvane({"remote", "status", "--json"}).output);
+  EXPECT_EQ(status["relay"]["url"], url);
+  EXPECT_EQ(status["relay"]["caFile"], nullptr);
+  EXPECT_EQ(status["paused"], false);
+  EXPECT_EQ(levelAndDetail(status["health"]),
+            "warning: This computer's clock is off by 31 s. Remote approvals may fail.");
+  EXPECT_EQ(levelAndDetail(home.doctor().second["Remote approval relay"]),
+            "warning: This computer's clock is off by 31 s. Remote approvals may fail.");
+  relayBehind = 30;
+  EXPECT_EQ(levelAndDetail(home.doctor().second["Remote approval relay"]), "ok: Online");
+  healthStatus = 503;
+  status = JSON::parse(home.quorvane({"remote", "status", "--json"}).output);
+  EXPECT_EQ(levelAndDetail(status["health"]),
+            "warning: Remote approval is offline. Approve on this computer instead.");
+  EXPECT_EQ(status["health"]["problem"], "the relay answered with error 503");
+
+  TestCertificateAuthority authority;
+  ASSERT_TRUE(authority.make("relay"));
+  ScriptedHTTPServer privateRelay(script, authority.serverFiles());
+  healthStatus = 200;
+  const std::string privateURL = privateRelay.baseURL() + "relay";
+  ASSERT_EQ(
+      home.quorvane({"remote", "relay", privateURL, "--ca-file", authority.ca().string(), "--yes"})
+          .exitCode,
+      0);
+  status = JSON::parse(home.quorvane({"remote", "status", "--json"}).output);
+  EXPECT_EQ(status["relay"]["caFile"], authority.ca().string());
+  EXPECT_EQ(levelAndDetail(home.doctor().second["Remote approval relay"]), "ok: Online");
+
+  ASSERT_EQ(home.quorvane({"remote", "relay", "--clear", "--yes"}).exitCode, 0);
+  EXPECT_EQ(levelAndDetail(home.doctor().second["Remote approval relay"]),
+            "ok: Not set up; requests are approved on this computer.");
 }
 
 }  // namespace
