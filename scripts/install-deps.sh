@@ -16,6 +16,8 @@ packages=(
   libcurl4-openssl-dev                # HTTPS requests to the relay
   libtss2-dev                         # TPM 2.0 keys (tpm2-tss: ESYS, the TCTI loader)
   openssh-client                      # ssh and ssh-keygen, which the agent serves and Git signs with
+  libboost-dev                        # Boost.Beast/Asio: the relay server's HTTP and TLS
+  libhiredis-dev                      # the relay's shared store in Redis
 )
 test_packages=(
   git                                 # Git signing end to end
@@ -27,6 +29,7 @@ test_packages=(
   valgrind                            # the constant-time check of ML-KEM (memcheck and its header)
   putty-tools                         # puttygen: PuTTY key files for the import tests
   swtpm swtpm-tools                   # software TPMs that the TPM tests start
+  redis-server                        # the relay's Redis store, two relays sharing one server
 )
 if [[ "${1:-}" == "--tests" ]]; then packages+=("${test_packages[@]}"); fi
 
