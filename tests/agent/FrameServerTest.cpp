@@ -181,8 +181,9 @@ TEST_F(FrameServing, StoppingEndsWaitsAndReturns) {
 // A deleted socket file is made again, and clients reach the server through it.
 TEST_F(FrameServing, MakesItsSocketFileAgain) {
   std::filesystem::remove(socketPath);
-  ASSERT_TRUE(testing::eventually([&] { return std::filesystem::exists(socketPath); }));
-  FileDescriptor client = connect();
+  // The file appears when the new socket is bound, a moment before it listens.
+  FileDescriptor client;
+  ASSERT_TRUE(testing::eventually([&] { return bool(client = connect()); }));
   EXPECT_TRUE(echoes(client.get(), "after"));
 }
 
