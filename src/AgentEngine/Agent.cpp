@@ -78,6 +78,11 @@ void Agent::setRemoteApprovalAvailable(bool available) {
   remoteApprovalAvailable_ = available;
 }
 
+bool Agent::remoteApprovalAvailable() const {
+  MutexLock lock(mutex_);
+  return remoteApprovalAvailable_;
+}
+
 uint64_t Agent::epoch() const {
   MutexLock lock(mutex_);
   return epoch_;

@@ -72,6 +72,7 @@ class Agent {
   // user's presence first). Returns how many it lifted.
   size_t unblock(const std::function<bool(const DenialBlock&)>& lifted);
   void setRemoteApprovalAvailable(bool available);
+  bool remoteApprovalAvailable() const;
   uint64_t epoch() const;
 
   // The sign path: decides, maybe asks the approver (honouring `watch`), signs, and writes exactly
