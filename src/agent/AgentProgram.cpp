@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -18,6 +19,7 @@
 #include "AgentEngine/PresenceGate.h"
 #include "AgentState/KeychainLockStore.h"
 #include "AgentState/PresenceSetting.h"
+#include "AgentState/PromptSetting.h"
 #include "AgentState/RemotePause.h"
 #include "AgentState/RulesFile.h"
 #include "AgentState/SealedHostPinStore.h"
@@ -34,6 +36,7 @@
 #include "agent/DaemonError.h"
 #include "agent/FrameServer.h"
 #include "agent/ProgressReports.h"
+#include "agent/PromptLauncher.h"
 
 namespace quorvane {
 namespace {
@@ -165,6 +168,35 @@ struct RunningAgent {
   }
 };
 
+// Says what the dialog's start did, once for each reason that keeps recurring (a missing program,
+// no graphical session), so that the output does not repeat itself at every request.
+class DialogReports {
+ public:
+  void report(PromptLauncher::Outcome outcome) {
+    using Outcome = PromptLauncher::Outcome;
+    if (outcome == Outcome::started) {
+      say("opened the approval dialog");
+      return;
+    }
+    if (outcome != Outcome::noSession && outcome != Outcome::programMissing &&
+        outcome != Outcome::startFailed)
+      return;
+    MutexLock lock(mutex_);
+    if (!told_.insert(outcome).second) return;
+    if (outcome == Outcome::noSession)
+      say("no graphical session, so no approval dialog: answer with quorvane watch");
+    else if (outcome == Outcome::programMissing)
+      say("quorvane-prompt is not installed beside the agent, so no approval dialog: answer with "
+          "quorvane watch");
+    else
+      say("the approval dialog could not be started: answer with quorvane watch");
+  }
+
+ private:
+  Mutex mutex_;
+  std::set<PromptLauncher::Outcome> told_ GUARDED_BY(mutex_);
+};
+
 // Removes a listener's socket file when the program leaves, also when a later step of the start
 // fails: a failed start leaves behind nothing it made.
 struct SocketFileRemoval {
@@ -197,6 +229,15 @@ int runAgentProgram(const AgentProgramOptions& options) {
         *running.agent, *running.approver, *running.presence,
         {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
          [&](bool enabled) { savePresenceVerification(running.support, enabled); }});
+    // The desktop dialog, started for a request that nobody is there to answer.
+    PromptLauncher launcher({PromptLauncher::besideThisProgram("quorvane-prompt"),
+                             {"--control-socket", controlPath.string()},
+                             [&] { return promptStartsAutomatically(running.support); },
+                             [&] { return control.watchers(); }});
+    DialogReports dialogReports;
+    const int launching = running.approver->subscribe([&](const LocalApprover::Event& event) {
+      if (event.request) dialogReports.report(launcher.requestWaiting());
+    });
     FrameServer agentServer(agentListener, [&](int fd) { return running.openAgentSession(fd); },
                             {.maxConnections = options.maxConnections});
     ConnectionServer controlServer(
@@ -223,6 +264,7 @@ int runAgentProgram(const AgentProgramOptions& options) {
     stop.request_stop();
     agentThread.join();
     controlThread.join();
+    running.approver->unsubscribe(launching);
     return 0;
   } catch (const std::exception& error) {
     say(error.what());

@@ -26,6 +26,8 @@ void addDoctorCommands(CLI::App& app);
 // `presence` (on, off) and `remote` (pause, resume).
 void addPresenceCommands(CLI::App& app);
 void addRemoteCommands(CLI::App& app);
+// quorvane prompt [on|off]: whether the agent opens the desktop approval dialog by itself.
+void addPromptCommands(CLI::App& app);
 
 // The approval windows by the names the commands take ("5m" … "24h"), in seconds.
 extern const std::map<std::string, double> kWindows;

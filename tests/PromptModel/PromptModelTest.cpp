@@ -177,7 +177,9 @@ TEST_F(PromptFixture, ShowsTheWaitingRequestsOldestFirstWithTheirDetailsAndACoun
 }
 
 TEST_F(PromptFixture, AllowOnceVerifiesPresenceInTheDialogAndSigns) {
+  EXPECT_EQ(control.watchers(), 0);
   openStream();
+  EXPECT_EQ(control.watchers(), 1) << "the agent starts no dialog while this one is connected";
   auto signing = startSigning();
   waitForQueue(1);
   std::vector<PresencePrompt> prompts;
