@@ -14,6 +14,7 @@ packages=(
   libcli11-dev                        # command-line parsing
   libpam0g-dev                        # presence verification through PAM
   openssh-client                      # ssh and ssh-keygen, which the agent serves and Git signs with
+  libgtk-4-dev                        # quorvane-prompt, the desktop approval dialog (GTK 4)
 )
 test_packages=(
   git                                 # Git signing end to end
@@ -24,6 +25,8 @@ test_packages=(
   openssh-server                      # sshd on a loopback port in the end-to-end tests
   valgrind                            # the constant-time check of ML-KEM (memcheck and its header)
   putty-tools                         # puttygen: PuTTY key files for the import tests
+  xvfb xdotool imagemagick            # the desktop dialog end to end: a virtual X display, clicks
+                                      # and keys, a screenshot (import)
 )
 if [[ "${1:-}" == "--tests" ]]; then packages+=("${test_packages[@]}"); fi
 

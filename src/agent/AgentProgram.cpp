@@ -230,7 +230,9 @@ int runAgentProgram(const AgentProgramOptions& options) {
         {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
          [&](bool enabled) { savePresenceVerification(running.support, enabled); }});
     // The desktop dialog, started for a request that nobody is there to answer.
-    PromptLauncher launcher({PromptLauncher::besideThisProgram("quorvane-prompt"),
+    PromptLauncher launcher({options.promptProgram.empty()
+                                 ? PromptLauncher::besideThisProgram("quorvane-prompt")
+                                 : options.promptProgram,
                              {"--control-socket", controlPath.string()},
                              [&] { return promptStartsAutomatically(running.support); },
                              [&] { return control.watchers(); }});
