@@ -36,7 +36,7 @@ DesktopNotice::DesktopNotice(std::function<void()> onClick)
         g_variant_get(parameters, "(u&s)", &id, &action);
         if (id != 0 && id == state->id) state->onClick();
       },
-      state_, nullptr);
+      state_.get(), nullptr);
 }
 
 DesktopNotice::~DesktopNotice() {
@@ -45,7 +45,6 @@ DesktopNotice::~DesktopNotice() {
     g_dbus_connection_signal_unsubscribe(state_->bus, state_->subscription);
     g_object_unref(state_->bus);
   }
-  delete state_;
 }
 
 void DesktopNotice::show(const std::string& title, const std::string& body) {

@@ -118,6 +118,12 @@ class PromptEndToEnd : public ::testing::Test {
     });
   }
 
+  int windowHeight(const std::string& window) {
+    const auto geometry = runCommand({"xdotool", "getwindowgeometry", "--shell", window}).output;
+    const size_t at = geometry.find("HEIGHT=");
+    return at == std::string::npos ? 0 : std::atoi(geometry.c_str() + at + 7);
+  }
+
   // Where "Allow once" is in the window: the buttons' row is the one with the wide red fill of
   // "Deny and block"; "Allow once" is the row's first button, at the window's left margin.
   std::optional<std::pair<int, int>> allowOncePosition(const std::string& window) {
@@ -158,7 +164,8 @@ TEST_F(PromptEndToEnd, TheAgentOpensTheDialogAndItsAnswersDecideTheLogin) {
   SSHServer server(quorvane.home() / "sshd", {publicKey("laptop")});
   writeFile(quorvane.home() / ".ssh" / "known_hosts", server.knownHostsLine() + "\n");
 
-  // A click on "Allow once" lets the login through.
+  // A click on "Allow once", and the password typed into the same window, let the login through.
+  quorvane.usePAM(PAMService::asks);
   auto first = login(server.port());
   std::string window = dialogWindow();
   ASSERT_FALSE(window.empty()) << readFile(quorvane.home() / "agent.log")
@@ -167,6 +174,7 @@ TEST_F(PromptEndToEnd, TheAgentOpensTheDialogAndItsAnswersDecideTheLogin) {
   std::optional<std::pair<int, int>> button;
   eventually([&] { return (button = allowOncePosition(window)).has_value(); });
   ASSERT_TRUE(button);
+  const int shortHeight = windowHeight(window);
   ASSERT_EQ(runCommand({"import", "-window", window, QUORVANE_SCREENSHOT}).exitCode, 0);
   // The pointer moves in first and rests a moment, as a hand would: GTK takes a press as a click
   // only on a button the pointer has entered.
@@ -174,6 +182,13 @@ TEST_F(PromptEndToEnd, TheAgentOpensTheDialogAndItsAnswersDecideTheLogin) {
                         std::to_string(button->second), "sleep", "0.5", "click", "1"})
                 .exitCode,
             0);
+  // The verification's prompt makes the window taller; then the password goes into its field.
+  EXPECT_TRUE(eventually([&] { return windowHeight(window) > shortHeight; }));
+  ASSERT_EQ(runCommand({"timeout", "10", "xdotool", "windowfocus", "--sync", window, "type",
+                        "--delay", "20", std::string(kTypedSecret)})
+                .exitCode,
+            0);
+  ASSERT_EQ(runCommand({"xdotool", "key", "Return"}).exitCode, 0);
   CommandResult allowed = first.get();
   EXPECT_EQ(allowed.exitCode, 0) << readFile(quorvane.home() / "agent.log");
   EXPECT_EQ(allowed.output, "in\n");
@@ -184,6 +199,7 @@ TEST_F(PromptEndToEnd, TheAgentOpensTheDialogAndItsAnswersDecideTheLogin) {
   EXPECT_TRUE(dialogGone()) << "the dialog closes when nothing waits";
 
   // Escape denies the next one.
+  quorvane.usePAM(PAMService::permit);
   auto second = login(server.port());
   window = dialogWindow();
   ASSERT_FALSE(window.empty());
