@@ -2,9 +2,20 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 
 #include "ControlProtocol/SocketPaths.h"
 #include "prompt/PromptWindow.h"
+
+#ifdef __SANITIZE_ADDRESS__
+// GTK and the libraries under it keep some allocations until the process ends, on purpose; the
+// leak checker of a sanitizer build looks at this program's own memory only.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libgtk-4.so\nleak:libgdk_pixbuf\nleak:libglib-2.0.so\nleak:libgobject-2.0.so\n"
+         "leak:libgio-2.0.so\nleak:libfontconfig.so\nleak:libpango\nleak:libcairo.so\n"
+         "leak:libX11.so\nleak:libharfbuzz.so\nleak:libepoxy.so\n";
+}
+#endif
 
 int main(int argc, char** argv) {
   CLI::App app{
@@ -22,7 +33,12 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
 
   if (!gtk_init_check()) {
-    std::fprintf(stderr, "quorvane-prompt: no graphical session to show the dialog in\n");
+    const char* display = std::getenv("DISPLAY");
+    const char* wayland = std::getenv("WAYLAND_DISPLAY");
+    std::fprintf(stderr,
+                 "quorvane-prompt: cannot open the graphical session (DISPLAY=%s, "
+                 "WAYLAND_DISPLAY=%s)\n",
+                 display ? display : "", wayland ? wayland : "");
     return 1;
   }
   GMainLoop* loop = g_main_loop_new(nullptr, FALSE);

@@ -18,7 +18,8 @@ bool onPath(const std::string& program) {
 }
 
 // An X server without a screen (Xvfb) on a display number that was free, stopped by its pid when
-// this object dies.
+// this object dies. It does not reset when its last client leaves (an X server's default), which
+// would refuse the next dialog's connection for a moment.
 class VirtualDisplay {
  public:
   explicit VirtualDisplay(const std::filesystem::path& folder) {
@@ -29,11 +30,18 @@ class VirtualDisplay {
         continue;
       auto process = std::make_unique<BackgroundProcess>(
           std::vector<std::string>{"Xvfb", ":" + std::to_string(number), "-screen", "0",
-                                   "1024x768x24", "-nolisten", "tcp"},
+                                   "1024x768x24", "-nolisten", "tcp", "-noreset"},
           folder / "xvfb.log");
-      // Another server may have taken the number meanwhile: then this one ends, try the next.
-      if (eventually([&] { return std::filesystem::exists(socket) || process->waitFor(0ms); },
-                     10s) &&
+      // Ready once a client can connect (the socket shows before the server serves). Another
+      // server may have taken the number meanwhile: then this one ends, and the next is tried.
+      const std::string name = ":" + std::to_string(number);
+      if (eventually(
+              [&] {
+                return process->waitFor(0ms) ||
+                       runCommand({"env", "DISPLAY=" + name, "xdotool", "getdisplaygeometry"})
+                               .exitCode == 0;
+              },
+              10s) &&
           !process->waitFor(0ms)) {
         name_ = ":" + std::to_string(number);
         process_ = std::move(process);
