@@ -20,7 +20,9 @@ PromptQueue::Change PromptQueue::apply(const JSON& line) {
   if (*event == "request") {
     auto found = line.find("request");
     PromptRequest request = decodePromptRequest(found == line.end() ? JSON() : *found);
-    if (std::ranges::any_of(requests_, [&](const PromptRequest& r) { return r.id == request.id; }))
+    if (std::ranges::any_of(requests_,
+                            [&](const PromptRequest& r) { return r.id == request.id; }) ||
+        std::ranges::find(finished_, request.id) != finished_.end())
       return {};
     requests_.push_back(std::move(request));
     return {requests_.size() == 1, std::nullopt};
@@ -40,6 +42,10 @@ PromptQueue::Change PromptQueue::apply(const JSON& line) {
 
 PromptQueue::Change PromptQueue::forget(const std::string& id) {
   const bool wasShown = !requests_.empty() && requests_.front().id == id;
+  if (std::ranges::find(finished_, id) == finished_.end()) {
+    finished_.push_back(id);
+    if (finished_.size() > kRememberedEnds) finished_.pop_front();
+  }
   std::erase_if(requests_, [&](const PromptRequest& request) { return request.id == id; });
   return {wasShown, std::nullopt};
 }

@@ -30,8 +30,9 @@ class PromptQueue {
     std::optional<PromptEnding> shownEnded;  // the one on screen ended elsewhere, and why
   };
 
-  // Applies one watch line: {"event": "request", "request": {...}} adds a request (a repeated id
-  // is ignored), {"event": "ended", "id", "ending"?} removes one; other lines change nothing.
+  // Applies one watch line: {"event": "request", "request": {...}} adds a request (a request
+  // already shown, or one that ended, is ignored: the stream may announce a request twice),
+  // {"event": "ended", "id", "ending"?} removes one; other lines change nothing.
   // Throws DecodingError for a request line that cannot be read (the queue is left as it was).
   Change apply(const JSON& line);
 
@@ -46,6 +47,9 @@ class PromptQueue {
 
  private:
   std::deque<PromptRequest> requests_;
+  // The ids of the requests that ended or were answered, newest last (at most kRememberedEnds).
+  std::deque<std::string> finished_;
+  static constexpr size_t kRememberedEnds = 256;
 };
 
 }  // namespace quorvane

@@ -317,6 +317,10 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
       json["remoteOffline"] = true;
     return JSON{{"event", "request"}, {"request", json}};
   };
+  // The answer and the requests waiting now go out before any event that happens meanwhile:
+  // events wait for this lock, so a request that ends now is never announced after its end (it
+  // may be announced twice, which frontends ignore).
+  std::unique_lock starting(writeMutex);
   int token = approver_.subscribe([&](const LocalApprover::Event& event) {
     if (event.request) return write(requestLine(*event.request));
     write({{"event", "ended"},
@@ -324,8 +328,10 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
            {"ending", std::string(kEndingNames.name(event.ending))}});
   });
   ++watchers_;
-  write(success());
-  for (const ApprovalRequest& request : approver_.pending()) write(requestLine(request));
+  writeControlLine(fd, success());
+  for (const ApprovalRequest& request : approver_.pending())
+    writeControlLine(fd, requestLine(request));
+  starting.unlock();
 
   // A watching client only listens; wait until it hangs up or the agent stops.
   pollfd entry{fd, POLLRDHUP, 0};

@@ -120,6 +120,15 @@ struct PromptFixture : ::testing::Test {
     return queue.apply(*line);
   }
 
+  // Reads the stream until the request on screen changes (bounded); why it ended, if it did.
+  std::optional<PromptQueue::Change> nextShownChange() {
+    for (int i = 0; i < 20; ++i) {
+      auto change = nextChange();
+      if (!change || change->shownChanged) return change;
+    }
+    return std::nullopt;
+  }
+
   // Reads the stream until `count` requests wait in the queue (bounded).
   void waitForQueue(size_t count) {
     for (int i = 0; i < 20 && queue.count() != count; ++i)
@@ -239,7 +248,7 @@ TEST_F(PromptFixture, SaysWhyTheRequestOnScreenEndedElsewhere) {
   auto signing = startSigning();
   waitForQueue(1);
   ASSERT_TRUE(approver->answer(approver->pending().front().id, {ApprovalResult::Denied{}}));
-  auto change = nextChange();
+  auto change = nextShownChange();
   ASSERT_TRUE(change);
   EXPECT_EQ(change->shownEnded, PromptEnding::answered);
   EXPECT_FALSE(signing.get());
@@ -249,7 +258,7 @@ TEST_F(PromptFixture, SaysWhyTheRequestOnScreenEndedElsewhere) {
     return approver->requestApproval(handMade(0.2), std::stop_token{});
   });
   waitForQueue(1);
-  change = nextChange();
+  change = nextShownChange();
   ASSERT_TRUE(change);
   EXPECT_EQ(change->shownEnded, PromptEnding::expired);
   expiring.get();
@@ -260,7 +269,7 @@ TEST_F(PromptFixture, SaysWhyTheRequestOnScreenEndedElsewhere) {
   });
   waitForQueue(1);
   clientGone.request_stop();
-  change = nextChange();
+  change = nextShownChange();
   ASSERT_TRUE(change);
   EXPECT_EQ(change->shownEnded, PromptEnding::clientGone);
   leaving.get();
@@ -296,6 +305,33 @@ TEST(PromptChoices, EscapeDeniesWithoutABlockAndNothingIsTheDefault) {
                             {"id", "id"},
                             {"approve", false},
                             {"frontend", "quorvane-prompt"}}));
+}
+
+// The stream may announce a request twice (once as waiting when the dialog connects, once as
+// new); a second announcement never brings back a request that ended or was answered here.
+TEST(PromptQueueInput, ARequestAnnouncedAgainAfterItsEndStaysGone) {
+  const auto request = [](const std::string& id) {
+    return JSON{
+        {"event", "request"},
+        {"request",
+         {{"id", id},
+          {"reason", "r"},
+          {"key", {{"name", "k"}, {"fingerprint", "f"}}},
+          {"origin",
+           {{"appName", "a"}, {"chainPaths", JSON::array()}, {"unsignedPrograms", JSON::array()}}},
+          {"windowAllowed", false},
+          {"expiresAt", "2026-11-25T10:00:00Z"}}}};
+  };
+  PromptQueue queue;
+  queue.apply(request("one"));
+  EXPECT_FALSE(queue.apply(request("one")).shownChanged);
+  queue.apply(request("two"));
+  EXPECT_EQ(queue.count(), 2u);
+  queue.forget("one");  // answered here
+  queue.apply({{"event", "ended"}, {"id", "two"}, {"ending", "expired"}});
+  EXPECT_FALSE(queue.apply(request("one")).shownChanged);
+  EXPECT_FALSE(queue.apply(request("two")).shownChanged);
+  EXPECT_TRUE(queue.empty());
 }
 
 // Lines of the watch stream that must not be taken as requests; each leaves the queue unchanged.
