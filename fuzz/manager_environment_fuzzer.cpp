@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "agent/GraphicalSession.h"
+#include "Platform/GraphicalSession.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace quorvane;

@@ -10,7 +10,7 @@
 
 #include "Base/EnumNames.h"
 #include "Base/Mutex.h"
-#include "agent/GraphicalSession.h"
+#include "Platform/GraphicalSession.h"
 
 namespace quorvane {
 

@@ -6,8 +6,8 @@
 
 #include "AgentState/PromptSetting.h"
 #include "KeyStore/FixedSealingKey.h"
+#include "Platform/GraphicalSession.h"
 #include "Platform/InMemoryKeychain.h"
-#include "agent/GraphicalSession.h"
 #include "agent/PromptLauncher.h"
 #include "support/TestSupport.h"
 

@@ -1,4 +1,4 @@
-#include "agent/GraphicalSession.h"
+#include "Platform/GraphicalSession.h"
 
 #include <algorithm>
 #include <cstdlib>
