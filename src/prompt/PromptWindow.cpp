@@ -209,6 +209,7 @@ void PromptWindow::show() {
   gtk_widget_set_visible(allowWindow_, request->windowAllowed);
   gtk_widget_set_visible(windowLength_, request->windowAllowed);
   gtk_label_set_text(GTK_LABEL(status_), "");
+  gtk_widget_remove_css_class(status_, "error");
   setBusy(false);
   present();
 }
@@ -216,8 +217,8 @@ void PromptWindow::show() {
 void PromptWindow::present() {
   if (closed_) return;
   gtk_window_present(GTK_WINDOW(window_));
-  // The focus starts on Deny, never on an Allow button.
-  gtk_widget_grab_focus(deny_);
+  // The focus starts on Deny, never on an Allow button (and stays in a verification's field).
+  if (!pendingReply_) gtk_widget_grab_focus(deny_);
   g_timeout_add_once(
       kFocusCheckMilliseconds,
       [](gpointer self) {
