@@ -18,6 +18,7 @@ packages=(
   openssh-client                      # ssh and ssh-keygen, which the agent serves and Git signs with
   libboost-dev                        # Boost.Beast/Asio: the relay server's HTTP and TLS
   libhiredis-dev                      # the relay's shared store in Redis
+  libgtk-4-dev                        # quorvane-prompt, the desktop approval dialog (GTK 4)
 )
 test_packages=(
   git                                 # Git signing end to end
@@ -30,6 +31,8 @@ test_packages=(
   putty-tools                         # puttygen: PuTTY key files for the import tests
   swtpm swtpm-tools                   # software TPMs that the TPM tests start
   redis-server                        # the relay's Redis store, two relays sharing one server
+  xvfb xdotool imagemagick            # the desktop dialog end to end: a virtual X display, clicks
+                                      # and keys, a screenshot (import)
 )
 if [[ "${1:-}" == "--tests" ]]; then packages+=("${test_packages[@]}"); fi
 

@@ -32,7 +32,11 @@ cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORVANE_TESTS=OFF \
   -DCMAKE_INSTALL_PREFIX="$prefix" "${launcher[@]}" >/dev/null
 cmake --build build
 cmake --install build >/dev/null
-echo "Installed quorvane, quorvane-agent and quorvane-sign in $prefix/bin."
+if [[ -x "$prefix/bin/quorvane-prompt" ]]; then
+  echo "Installed quorvane, quorvane-agent, quorvane-sign and quorvane-prompt in $prefix/bin."
+else
+  echo "Installed quorvane, quorvane-agent and quorvane-sign in $prefix/bin."
+fi
 
 # An account without a usable password (root in a container or a fresh virtual machine, often)
 # could never verify its presence, so nothing could be approved: on a terminal, offer the way out.

@@ -78,6 +78,11 @@ void Agent::setRemoteApprovalAvailable(bool available) {
   remoteApprovalAvailable_ = available;
 }
 
+bool Agent::remoteApprovalAvailable() const {
+  MutexLock lock(mutex_);
+  return remoteApprovalAvailable_;
+}
+
 void Agent::forgetEndedWindows(Date now) {
   MutexLock lock(mutex_);
   forgetEndedWindowsLocked(now);

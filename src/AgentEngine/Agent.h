@@ -74,6 +74,7 @@ class Agent {
   void setRemoteApprovalAvailable(bool available);
   // Lets go of the confirmations (and the PINs they hold) of windows that ended by `now`.
   void forgetEndedWindows(Date now);
+  bool remoteApprovalAvailable() const;
   uint64_t epoch() const;
 
   // The sign path: decides, maybe asks the approver (honouring `watch`), signs, and writes exactly

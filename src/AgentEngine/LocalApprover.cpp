@@ -26,7 +26,7 @@ ApprovalResult LocalApprover::requestApproval(const ApprovalRequest& request,
     MutexLock lock(mutex_);
     waiting_.insert_or_assign(request.id, Waiting{request, std::nullopt, nextOrder_++});
   }
-  notify({request.id, request});
+  notify({request.id, request, Ending::answered});
 
   ApprovalResult result{ApprovalResult::Expired{}};
   {
@@ -40,7 +40,10 @@ ApprovalResult LocalApprover::requestApproval(const ApprovalRequest& request,
       result = {ApprovalResult::Cancelled{}};
     waiting_.erase(request.id);
   }
-  notify({request.id, std::nullopt});
+  Ending ending = Ending::answered;
+  if (std::holds_alternative<ApprovalResult::Expired>(result.value)) ending = Ending::expired;
+  if (std::holds_alternative<ApprovalResult::Cancelled>(result.value)) ending = Ending::cancelled;
+  notify({request.id, std::nullopt, ending});
   return result;
 }
 

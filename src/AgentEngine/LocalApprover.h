@@ -17,10 +17,14 @@ namespace quorvane {
 // token. Safe to use from many threads.
 class LocalApprover final : public Approver {
  public:
-  // A request appeared (`request` set) or ended (`request` empty).
+  // How a request ended: an answer, its expiry, or a cancellation (its client hung up, or the
+  // agent withdrew it).
+  enum class Ending { answered, expired, cancelled };
+  // A request appeared (`request` set) or ended (`request` empty, `ending` says how).
   struct Event {
     UUID id;
     std::optional<ApprovalRequest> request;
+    Ending ending = Ending::answered;
   };
   using Listener = std::function<void(const Event&)>;
 

@@ -22,7 +22,10 @@ namespace quorvane {
 //   pending                              {"pending": [approval requests]}
 //   answer   {"id", "approve": bool, "windowSeconds"?, "block"?, "frontend"}
 //   watch    answers {"ok": true}, then one line per event until the client hangs up:
-//            {"event": "request", "request": {...}} or {"event": "ended", "id": ...}
+//            {"event": "request", "request": {...}} or {"event": "ended", "id": ...,
+//            "ending": "answered"|"expired"|"cancelled"}; a request that a paired device should
+//            decide but that waits here because remote approval is unavailable carries
+//            "remoteOffline": true
 //   resumeRemote                         clear the remote-approval pause
 //   presence {"enabled": bool}           turn the presence verification on or off
 //

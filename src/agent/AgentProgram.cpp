@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -18,6 +19,7 @@
 #include "AgentEngine/PresenceGate.h"
 #include "AgentState/KeychainLockStore.h"
 #include "AgentState/PresenceSetting.h"
+#include "AgentState/PromptSetting.h"
 #include "AgentState/RemotePause.h"
 #include "AgentState/RulesFile.h"
 #include "AgentState/SealedHostPinStore.h"
@@ -35,6 +37,7 @@
 #include "agent/DaemonError.h"
 #include "agent/FrameServer.h"
 #include "agent/ProgressReports.h"
+#include "agent/PromptLauncher.h"
 
 namespace quorvane {
 namespace {
@@ -172,6 +175,35 @@ struct RunningAgent {
   }
 };
 
+// Says what the dialog's start did, once for each reason that keeps recurring (a missing program,
+// no graphical session), so that the output does not repeat itself at every request.
+class DialogReports {
+ public:
+  void report(PromptLauncher::Outcome outcome) {
+    using Outcome = PromptLauncher::Outcome;
+    if (outcome == Outcome::started) {
+      say("opened the approval dialog");
+      return;
+    }
+    if (outcome != Outcome::noSession && outcome != Outcome::programMissing &&
+        outcome != Outcome::startFailed)
+      return;
+    MutexLock lock(mutex_);
+    if (!told_.insert(outcome).second) return;
+    if (outcome == Outcome::noSession)
+      say("no graphical session, so no approval dialog: answer with quorvane watch");
+    else if (outcome == Outcome::programMissing)
+      say("quorvane-prompt is not installed beside the agent, so no approval dialog: answer with "
+          "quorvane watch");
+    else
+      say("the approval dialog could not be started: answer with quorvane watch");
+  }
+
+ private:
+  Mutex mutex_;
+  std::set<PromptLauncher::Outcome> told_ GUARDED_BY(mutex_);
+};
+
 // Removes a listener's socket file when the program leaves, also when a later step of the start
 // fails: a failed start leaves behind nothing it made.
 struct SocketFileRemoval {
@@ -205,6 +237,17 @@ int runAgentProgram(const AgentProgramOptions& options) {
         {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
          [&](bool enabled) { savePresenceVerification(running.support, enabled); },
          [&](const KeyRecord& key, const SecureBytes& pin) { running.keys->checkPIN(key, pin); }});
+    // The desktop dialog, started for a request that nobody is there to answer.
+    PromptLauncher launcher({options.promptProgram.empty()
+                                 ? PromptLauncher::besideThisProgram("quorvane-prompt")
+                                 : options.promptProgram,
+                             {"--control-socket", controlPath.string()},
+                             [&] { return promptStartsAutomatically(running.support); },
+                             [&] { return control.watchers(); }});
+    DialogReports dialogReports;
+    const int launching = running.approver->subscribe([&](const LocalApprover::Event& event) {
+      if (event.request) dialogReports.report(launcher.requestWaiting());
+    });
     FrameServer agentServer(agentListener, [&](int fd) { return running.openAgentSession(fd); },
                             {.maxConnections = options.maxConnections});
     ConnectionServer controlServer(
@@ -237,6 +280,7 @@ int runAgentProgram(const AgentProgramOptions& options) {
     stop.request_stop();
     agentThread.join();
     controlThread.join();
+    running.approver->unsubscribe(launching);
     return 0;
   } catch (const std::exception& error) {
     say(error.what());

@@ -13,6 +13,8 @@ struct AgentProgramOptions {
   // The folder with the PAM service file "quorvane" for presence verification. Empty: the
   // system's (/etc/pam.d). Only tests set it, to a private configuration.
   std::filesystem::path pamConfigDirectory;
+  // The desktop approval dialog. Empty: quorvane-prompt beside the agent's own executable.
+  std::filesystem::path promptProgram;
 };
 
 // Runs the agent until SIGTERM or SIGINT: opens the user's keys, rules, host pins and activity

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "Base/DecodingError.h"
+#include "Base/EnumNames.h"
 #include "ControlProtocol/ControlLineIO.h"
 #include "ControlProtocol/ControlMessages.h"
 #include "ControlProtocol/PromptReply.h"
@@ -19,6 +20,12 @@
 
 namespace quorvane {
 namespace {
+
+constexpr EnumNames<LocalApprover::Ending, 3> kEndingNames{
+    "Ending",
+    {{{LocalApprover::Ending::answered, "answered"},
+      {LocalApprover::Ending::expired, "expired"},
+      {LocalApprover::Ending::cancelled, "cancelled"}}}};
 
 JSON failure(const std::string& error) { return {{"ok", false}, {"error", error}}; }
 JSON success() { return {{"ok", true}}; }
@@ -355,15 +362,29 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
     std::lock_guard lock(writeMutex);
     writeControlLine(fd, line);
   };
+  // A request for a paired device that waits here because remote approval is unavailable says
+  // so, for the frontend to tell the user to answer on this computer.
+  auto requestLine = [&](const ApprovalRequest& request) {
+    JSON json = toJSON(request);
+    if (request.decision == Decision::askRemote && !agent_.remoteApprovalAvailable())
+      json["remoteOffline"] = true;
+    return JSON{{"event", "request"}, {"request", json}};
+  };
+  // The answer and the requests waiting now go out before any event that happens meanwhile:
+  // events wait for this lock, so a request that ends now is never announced after its end (it
+  // may be announced twice, which frontends ignore).
+  std::unique_lock starting(writeMutex);
   int token = approver_.subscribe([&](const LocalApprover::Event& event) {
-    if (event.request)
-      write({{"event", "request"}, {"request", toJSON(*event.request)}});
-    else
-      write({{"event", "ended"}, {"id", event.id.uuidString()}});
+    if (event.request) return write(requestLine(*event.request));
+    write({{"event", "ended"},
+           {"id", event.id.uuidString()},
+           {"ending", std::string(kEndingNames.name(event.ending))}});
   });
-  write(success());
+  ++watchers_;
+  writeControlLine(fd, success());
   for (const ApprovalRequest& request : approver_.pending())
-    write({{"event", "request"}, {"request", toJSON(request)}});
+    writeControlLine(fd, requestLine(request));
+  starting.unlock();
 
   // A watching client only listens; wait until it hangs up or the agent stops.
   pollfd entry{fd, POLLRDHUP, 0};
@@ -371,6 +392,7 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
     entry.revents = 0;
     if (::poll(&entry, 1, 200) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) break;
   }
+  --watchers_;
   approver_.unsubscribe(token);
 }
 

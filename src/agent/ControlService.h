@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <optional>
 #include <stop_token>
@@ -45,6 +46,9 @@ class ControlService {
   // `conversation`.
   JSON handle(const JSON& message, PresenceConversation& conversation);
 
+  // How many watch streams (prompt frontends) are open now.
+  int watchers() const { return watchers_.load(); }
+
  private:
   JSON answer(const JSONReader& message, PresenceConversation& conversation);
   struct PINAnswer {
@@ -69,6 +73,7 @@ class ControlService {
   LocalApprover& approver_;
   PresenceGate& presence_;
   Hooks hooks_;
+  std::atomic<int> watchers_{0};
 };
 
 }  // namespace quorvane

@@ -20,6 +20,9 @@ int main(int argc, char** argv) {
   app.add_option("--pam-config-dir", options.pamConfigDirectory,
                  "read the PAM service \"quorvane\" for presence verification from this folder "
                  "instead of /etc/pam.d (for tests with a private PAM configuration)");
+  app.add_option("--prompt-program", options.promptProgram,
+                 "the desktop approval dialog to open when a request waits and nothing shows it "
+                 "(default: quorvane-prompt beside this program)");
   bool foreground = true;
   app.add_flag("--foreground", foreground,
                "accepted for compatibility; the agent always runs in the foreground");

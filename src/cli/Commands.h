@@ -29,6 +29,9 @@ void addRemoteCommands(CLI::App& app);
 // `remote relay` and `remote status`, added to the remote group.
 void addRelayCommands(CLI::App& remote);
 
+// quorvane prompt [on|off]: whether the agent opens the desktop approval dialog by itself.
+void addPromptCommands(CLI::App& app);
+
 // The approval windows by the names the commands take ("5m" … "24h"), in seconds.
 extern const std::map<std::string, double> kWindows;
 // The approval text of a request, as the terminal shows it.

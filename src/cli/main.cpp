@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
   quorvane::cli::addDoctorCommands(app);
   quorvane::cli::addPresenceCommands(app);
   quorvane::cli::addRemoteCommands(app);
+  quorvane::cli::addPromptCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -98,10 +98,10 @@ std::filesystem::path QuorvaneHome::agentSocket() const {
 }
 
 void QuorvaneHome::startAgent() {
-  agent_ = std::make_unique<BackgroundProcess>(
-      std::vector<std::string>{QUORVANE_AGENT_BINARY, "--pam-config-dir",
-                               (home() / "pam").string()},
-      home() / "agent.log");
+  std::vector<std::string> arguments{QUORVANE_AGENT_BINARY, "--pam-config-dir",
+                                     (home() / "pam").string()};
+  arguments.insert(arguments.end(), agentArguments.begin(), agentArguments.end());
+  agent_ = std::make_unique<BackgroundProcess>(arguments, home() / "agent.log");
   EXPECT_TRUE(eventually([&] {
     return std::filesystem::exists(home() / ".ssh" / "quorvane" / "control.sock");
   })) << readFile(home() / "agent.log");

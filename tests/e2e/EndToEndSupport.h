@@ -70,6 +70,8 @@ class QuorvaneHome {
 
   void startAgent();
   void stopAgent();
+  // Given to the agent after its own arguments at the next startAgent.
+  std::vector<std::string> agentArguments;
 
  private:
   TemporaryDirectory directory_;
