@@ -3,6 +3,7 @@
 #include "RelayClient/RelayClient.h"
 #include "RelayClient/RelayError.h"
 #include "support/ScriptedHTTPServer.h"
+#include "support/TestCertificateAuthority.h"
 #include "support/TestSupport.h"
 
 namespace quorvane {
@@ -22,7 +23,7 @@ TEST(RelayClientTLS, TrustsARelayThroughItsCAFileAndNothingElse) {
           return ScriptedAnswer{200, {{"Date", "Sun, 06 Nov 1994 08:49:37 GMT"}}, ""};
         return ScriptedAnswer{201, {}, R"({"id":"m","secret":"s","send_token":"t"})"};
       },
-      authority.serverFiles());
+      ScriptedHTTPServer::TLSFiles{authority.certificate(), authority.key()});
   ASSERT_TRUE(server.baseURL().starts_with("https://127.0.0.1:"));
 
   RelayClient trusting(RelayEndpoint{server.baseURL(), authority.ca(), {}});

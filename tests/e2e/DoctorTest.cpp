@@ -10,6 +10,7 @@
 #include "Platform/Paths.h"
 #include "e2e/EndToEndSupport.h"
 #include "support/ScriptedHTTPServer.h"
+#include "support/TestCertificateAuthority.h"
 
 namespace quorvane::testing {
 namespace {
@@ -328,7 +329,8 @@ TEST(RemoteRelay, TheSettingReachesStatusAndDoctor) {
 
   TestCertificateAuthority authority;
   ASSERT_TRUE(authority.make("relay"));
-  ScriptedHTTPServer privateRelay(script, authority.serverFiles());
+  ScriptedHTTPServer privateRelay(
+      script, ScriptedHTTPServer::TLSFiles{authority.certificate(), authority.key()});
   healthStatus = 200;
   const std::string privateURL = privateRelay.baseURL() + "relay";
   ASSERT_EQ(

@@ -24,8 +24,8 @@ BackgroundProcess::BackgroundProcess(const std::vector<std::string>& arguments,
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  pid_ = ::fork();
-  if (pid_ == 0) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
     int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     int in = ::open("/dev/null", O_RDONLY);
     ::dup2(in, STDIN_FILENO);
@@ -35,33 +35,10 @@ BackgroundProcess::BackgroundProcess(const std::vector<std::string>& arguments,
     ::execvp(argv[0], argv.data());
     ::_exit(127);
   }
+  child_ = RunningChild(pid);
 }
 
-std::optional<int> BackgroundProcess::waitFor(std::chrono::milliseconds timeout) {
-  if (exitCode_) return exitCode_;
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  do {
-    int status = 0;
-    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-      exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-      return exitCode_;
-    }
-    std::this_thread::sleep_for(10ms);
-  } while (std::chrono::steady_clock::now() < deadline);
-  return std::nullopt;
-}
-
-int BackgroundProcess::stop(int signal) {
-  if (exitCode_) return *exitCode_;
-  ::kill(pid_, signal);
-  if (auto code = waitFor(5s)) return *code;
-  ::kill(pid_, SIGKILL);
-  return waitFor(5s).value_or(-SIGKILL);
-}
-
-BackgroundProcess::~BackgroundProcess() {
-  if (pid_ > 0) stop(SIGTERM);
-}
+BackgroundProcess::~BackgroundProcess() { stop(SIGTERM); }
 
 int freeLoopbackPort() {
   FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));

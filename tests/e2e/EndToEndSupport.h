@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Base/JSONReader.h"
+#include "support/ChildProcess.h"
 #include "support/PAMServices.h"
 #include "support/TestSupport.h"
 
@@ -24,15 +25,14 @@ class BackgroundProcess {
   BackgroundProcess(const BackgroundProcess&) = delete;
   BackgroundProcess& operator=(const BackgroundProcess&) = delete;
 
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return child_.pid(); }
   // Sends `signal` and waits for the exit: the exit code, or minus the signal.
-  int stop(int signal);
+  int stop(int signal) { return child_.stop(signal, std::chrono::seconds(5)); }
   // Waits at most `timeout` for the exit; nothing if it still runs.
-  std::optional<int> waitFor(std::chrono::milliseconds timeout);
+  std::optional<int> waitFor(std::chrono::milliseconds timeout) { return child_.waitFor(timeout); }
 
  private:
-  pid_t pid_ = -1;
-  std::optional<int> exitCode_;
+  RunningChild child_;
 };
 
 // A TCP port on 127.0.0.1 that was free a moment ago.

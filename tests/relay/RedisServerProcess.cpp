@@ -66,28 +66,19 @@ RedisServerProcess::RedisServerProcess(const std::filesystem::path& folder) {
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  pid_ = ::fork();
-  if (pid_ == 0) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
     // Ends with the test program, even when that one crashes.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::execv(argv[0], argv.data());
     ::_exit(127);
   }
+  child_ = RunningChild(pid);
   // Ready within 5 s, polled every 20 ms.
   for (int i = 0; i < 250 && !answersPing(port_); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-RedisServerProcess::~RedisServerProcess() {
-  if (pid_ <= 0) return;
-  ::kill(pid_, SIGTERM);
-  int status = 0;
-  for (int i = 0; i < 500; ++i) {
-    if (::waitpid(pid_, &status, WNOHANG) == pid_) return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  ::kill(pid_, SIGKILL);
-  ::waitpid(pid_, &status, 0);
-}
+RedisServerProcess::~RedisServerProcess() { child_.stop(SIGTERM, std::chrono::seconds(5)); }
 
 }  // namespace quorvane::testing

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <string>
 
+#include "support/ChildProcess.h"
+
 namespace quorvane::testing {
 
 // A redis-server of the test's own on a free loopback port, keeping nothing on disk, stopped by
@@ -17,7 +19,7 @@ class RedisServerProcess {
   RedisServerProcess(const RedisServerProcess&) = delete;
   RedisServerProcess& operator=(const RedisServerProcess&) = delete;
 
-  bool available() const { return pid_ > 0; }
+  bool available() const { return child_.pid() > 0; }
   int port() const { return port_; }
   std::string url() const { return "redis://127.0.0.1:" + std::to_string(port_); }
 
@@ -26,7 +28,7 @@ class RedisServerProcess {
       "scripts/install-deps.sh); the Redis store is not tested";
 
  private:
-  pid_t pid_ = -1;
+  RunningChild child_;
   int port_ = 0;
 };
 

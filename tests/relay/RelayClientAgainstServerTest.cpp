@@ -9,6 +9,7 @@
 #include "RelayClient/RelayClient.h"
 #include "RelayClient/RelayError.h"
 #include "relay/RelayProcess.h"
+#include "support/TestCertificateAuthority.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::testing {
@@ -19,16 +20,16 @@ using namespace std::chrono_literals;
 class RelayClientAgainstServer : public ::testing::Test {
  protected:
   void SetUp() override {
-    certificates_ = std::make_unique<TestCertificates>(folder_.path());
+    ASSERT_TRUE(certificates_.make("relay"));
     relay_ = std::make_unique<RelayProcess>(
         std::vector<std::string>{"--listen", "127.0.0.1:0", "--tls-cert",
-                                 certificates_->certificate.string(), "--tls-key",
-                                 certificates_->key.string(), "--db",
+                                 certificates_.certificate().string(), "--tls-key",
+                                 certificates_.key().string(), "--db",
                                  (folder_.path() / "relay.sqlite").string(), "--max-wait", "5"},
         folder_.path() / "relay.log");
     RelayEndpoint endpoint;
     endpoint.baseURL = "https://127.0.0.1:" + std::to_string(relay_->port()) + "/";
-    endpoint.caFile = certificates_->caFile;
+    endpoint.caFile = certificates_.ca();
     client_ = std::make_unique<RelayClient>(endpoint);
   }
 
@@ -42,7 +43,7 @@ class RelayClientAgainstServer : public ::testing::Test {
   }
 
   TemporaryDirectory folder_;
-  std::unique_ptr<TestCertificates> certificates_;
+  TestCertificateAuthority certificates_;
   std::unique_ptr<RelayProcess> relay_;
   std::unique_ptr<RelayClient> client_;
 };

@@ -16,25 +16,6 @@ namespace quorvane::testing {
 
 using namespace std::chrono_literals;
 
-TestCertificates::TestCertificates(const std::filesystem::path& folder)
-    : caFile(folder / "ca.pem"), certificate(folder / "server.pem"), key(folder / "server.key") {
-  const std::string caKey = (folder / "ca.key").string();
-  const std::string request = (folder / "server.csr").string();
-  const std::string extensions = (folder / "server.ext").string();
-  writeFile(extensions, "subjectAltName=IP:127.0.0.1\nbasicConstraints=CA:FALSE\n");
-  const std::vector<std::vector<std::string>> commands = {
-      {"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-       "-keyout", caKey, "-out", caFile.string(), "-days", "2", "-subj",
-       "/CN=Quorvane relay test CA"},
-      {"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-       "-keyout", key.string(), "-out", request, "-subj", "/CN=127.0.0.1"},
-      {"openssl", "x509", "-req", "-in", request, "-CA", caFile.string(), "-CAkey", caKey,
-       "-CAcreateserial", "-out", certificate.string(), "-days", "2", "-extfile", extensions},
-  };
-  for (const auto& command : commands)
-    EXPECT_EQ(runCommand(command).exitCode, 0) << "openssl " << command[1] << " failed";
-}
-
 namespace {
 
 std::vector<char*> argumentVector(std::vector<std::string>& arguments) {
@@ -53,8 +34,8 @@ RelayProcess::RelayProcess(const std::vector<std::string>& arguments,
   std::vector<char*> argv = argumentVector(all);
   int output[2];
   if (::pipe2(output, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-  pid_ = ::fork();
-  if (pid_ == 0) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
     // Ends with the test program, even when that one crashes.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     int error = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
@@ -63,6 +44,7 @@ RelayProcess::RelayProcess(const std::vector<std::string>& arguments,
     ::execv(argv[0], argv.data());
     ::_exit(127);
   }
+  child_ = RunningChild(pid);
   ::close(output[1]);
   // The first line, within 10 s.
   const auto deadline = std::chrono::steady_clock::now() + 10s;
@@ -85,31 +67,7 @@ RelayProcess::RelayProcess(const std::vector<std::string>& arguments,
                       << readFile(log);
 }
 
-std::optional<int> RelayProcess::waitFor(std::chrono::milliseconds timeout) {
-  if (exitCode_) return exitCode_;
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  do {
-    int status = 0;
-    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-      exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-      return exitCode_;
-    }
-    std::this_thread::sleep_for(5ms);
-  } while (std::chrono::steady_clock::now() < deadline);
-  return std::nullopt;
-}
-
-int RelayProcess::stop(int signal) {
-  if (exitCode_) return *exitCode_;
-  ::kill(pid_, signal);
-  if (auto code = waitFor(10s)) return *code;
-  ::kill(pid_, SIGKILL);
-  return waitFor(5s).value_or(-SIGKILL);
-}
-
-RelayProcess::~RelayProcess() {
-  if (pid_ > 0) stop(SIGKILL);
-}
+RelayProcess::~RelayProcess() { stop(SIGKILL); }
 
 std::pair<int, std::string> runRelayToEnd(const std::vector<std::string>& arguments,
                                           const std::filesystem::path& folder) {

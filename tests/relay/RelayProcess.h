@@ -8,14 +8,9 @@
 #include <string>
 #include <vector>
 
-namespace quorvane::testing {
+#include "support/ChildProcess.h"
 
-// A test certificate authority and a server certificate for 127.0.0.1 signed by it, made with
-// the openssl program in `folder` (ca.pem, server.pem, server.key).
-struct TestCertificates {
-  explicit TestCertificates(const std::filesystem::path& folder);
-  std::filesystem::path caFile, certificate, key;
-};
+namespace quorvane::testing {
 
 // A quorvane-relay started by the test with `arguments` (after the program's name), its standard
 // error going to `log`. The constructor waits for the first line of output and reads the port
@@ -27,20 +22,17 @@ class RelayProcess {
   RelayProcess(const RelayProcess&) = delete;
   RelayProcess& operator=(const RelayProcess&) = delete;
 
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return child_.pid(); }
   int port() const { return port_; }
   // The first line of standard output.
   const std::string& firstLine() const { return firstLine_; }
   // Sends `signal` and waits (at most 10 s) for the exit: the exit code, or minus the signal.
-  int stop(int signal);
+  int stop(int signal) { return child_.stop(signal, std::chrono::seconds(10)); }
 
  private:
-  std::optional<int> waitFor(std::chrono::milliseconds timeout);
-
-  pid_t pid_ = -1;
+  RunningChild child_;
   int port_ = 0;
   std::string firstLine_;
-  std::optional<int> exitCode_;
 };
 
 // Runs quorvane-relay to its end (for refusals at start): the exit code and standard error.

@@ -13,6 +13,7 @@
 #include "relay/HttpTestClient.h"
 #include "relay/RedisServerProcess.h"
 #include "relay/RelayProcess.h"
+#include "support/TestCertificateAuthority.h"
 #include "support/TestSupport.h"
 
 namespace quorvane::testing {
@@ -27,18 +28,15 @@ struct Mailbox {
 class RelayServerTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    certificateFolder_ = new TemporaryDirectory();
-    certificates_ = new TestCertificates(certificateFolder_->path());
+    certificates_ = new TestCertificateAuthority();
+    EXPECT_TRUE(certificates_->make("relay"));
   }
-  static void TearDownTestSuite() {
-    delete certificates_;
-    delete certificateFolder_;
-  }
+  static void TearDownTestSuite() { delete certificates_; }
 
   void start(const std::vector<std::string>& extra = {}) {
     std::vector<std::string> arguments = {"--listen",   "127.0.0.1:0",
-                                          "--tls-cert", certificates_->certificate.string(),
-                                          "--tls-key",  certificates_->key.string(),
+                                          "--tls-cert", certificates_->certificate().string(),
+                                          "--tls-key",  certificates_->key().string(),
                                           "--db",       database().string()};
     arguments.insert(arguments.end(), extra.begin(), extra.end());
     relay_ = std::make_unique<RelayProcess>(arguments, log());
@@ -48,7 +46,7 @@ class RelayServerTest : public ::testing::Test {
   std::filesystem::path log() const { return folder_.path() / "relay.log"; }
 
   std::unique_ptr<HttpConnection> connect(std::chrono::milliseconds timeout = 10s) {
-    return std::make_unique<HttpConnection>(relay_->port(), certificates_->caFile, timeout);
+    return std::make_unique<HttpConnection>(relay_->port(), certificates_->ca(), timeout);
   }
 
   HttpResponse call(const std::string& method, const std::string& target,
@@ -69,14 +67,12 @@ class RelayServerTest : public ::testing::Test {
     return "/v1/mailbox/" + box.id + "/messages" + query;
   }
 
-  static TemporaryDirectory* certificateFolder_;
-  static TestCertificates* certificates_;
+  static TestCertificateAuthority* certificates_;
   TemporaryDirectory folder_;
   std::unique_ptr<RelayProcess> relay_;
 };
 
-TemporaryDirectory* RelayServerTest::certificateFolder_ = nullptr;
-TestCertificates* RelayServerTest::certificates_ = nullptr;
+TestCertificateAuthority* RelayServerTest::certificates_ = nullptr;
 
 TEST_F(RelayServerTest, AnswersEveryRowOfTheApiOverTLS) {
   start();
@@ -293,7 +289,7 @@ TEST_F(RelayServerTest, SlowAndSilentClientsDelayNobody) {
   start({"--header-timeout", "3"});
   // A client that never starts TLS, one that stops in the middle of its header, one that sends
   // a byte now and then.
-  HttpConnection silent(relay_->port(), certificates_->caFile, 8s, /*handshake=*/false);
+  HttpConnection silent(relay_->port(), certificates_->ca(), 8s, /*handshake=*/false);
   auto halfway = connect(8s);
   ASSERT_TRUE(halfway->send("GET /healthz HTTP/1.1\r\nHost: 127"));
   auto trickling = connect(8s);
@@ -330,7 +326,7 @@ TEST_F(RelayServerTest, LimitsFollowTheForwardedAddressBehindAProxy) {
 
 TEST_F(RelayServerTest, RefusesBadSettingsAtStart) {
   auto [code, error] =
-      runRelayToEnd({"--listen", "127.0.0.1:0", "--tls-cert", certificates_->certificate.string(),
+      runRelayToEnd({"--listen", "127.0.0.1:0", "--tls-cert", certificates_->certificate().string(),
                      "--db", database().string()},
                     folder_.path());
   EXPECT_EQ(code, 1);
@@ -363,14 +359,14 @@ TEST_F(RelayServerTest, TwoRelaysShareOneRedisServer) {
   auto relayWith = [&](const std::string& name) {
     return std::make_unique<RelayProcess>(
         std::vector<std::string>{
-            "--listen", "127.0.0.1:0", "--tls-cert", certificates_->certificate.string(),
-            "--tls-key", certificates_->key.string(), "--redis", redis.url(), "--max-wait", "5"},
+            "--listen", "127.0.0.1:0", "--tls-cert", certificates_->certificate().string(),
+            "--tls-key", certificates_->key().string(), "--redis", redis.url(), "--max-wait", "5"},
         folder_.path() / (name + ".log"));
   };
   auto first = relayWith("first");
   auto second = relayWith("second");
   auto on = [&](const RelayProcess& relay) {
-    return std::make_unique<HttpConnection>(relay.port(), certificates_->caFile);
+    return std::make_unique<HttpConnection>(relay.port(), certificates_->ca());
   };
   auto made = on(*first)->request("POST", "/v1/mailbox");
   ASSERT_TRUE(made);

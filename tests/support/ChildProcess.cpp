@@ -1,10 +1,12 @@
 #include "support/ChildProcess.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
+#include <thread>
 
 namespace quorvane::testing {
 
@@ -29,6 +31,29 @@ int waitChild(pid_t child) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   if (WIFSIGNALED(status)) return -WTERMSIG(status);
   return -1000;
+}
+
+std::optional<int> RunningChild::waitFor(std::chrono::milliseconds timeout) {
+  if (exitCode_ || pid_ <= 0) return exitCode_;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  for (;;) {
+    int status = 0;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+      return exitCode_;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+int RunningChild::stop(int signal, std::chrono::milliseconds patience) {
+  if (pid_ <= 0) return -SIGKILL;
+  if (exitCode_) return *exitCode_;
+  kill(pid_, signal);
+  if (auto code = waitFor(patience)) return *code;
+  kill(pid_, SIGKILL);
+  return waitFor(std::chrono::seconds(5)).value_or(-SIGKILL);
 }
 
 StartGate::StartGate() {

@@ -25,8 +25,8 @@ SoftwareTPM::SoftwareTPM(std::filesystem::path folder) : folder_(std::move(folde
                                    "--server",      server.c_str(), "--ctrl",
                                    control.c_str(), "--flags",      "not-need-init,startup-clear",
                                    "--tpmstate",    state.c_str(),  nullptr};
-  pid_ = ::fork();
-  if (pid_ == 0) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
     const int out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     const int in = ::open("/dev/null", O_RDONLY);
     ::dup2(in, STDIN_FILENO);
@@ -35,6 +35,7 @@ SoftwareTPM::SoftwareTPM(std::filesystem::path folder) : folder_(std::move(folde
     ::execvp(argv[0], const_cast<char* const*>(argv.data()));
     ::_exit(127);
   }
+  child_ = RunningChild(pid);
   EXPECT_TRUE(eventually([&] {
     return std::filesystem::exists(folder_ / "tpm") &&
            std::filesystem::exists(folder_ / "tpm.ctrl");
@@ -42,16 +43,7 @@ SoftwareTPM::SoftwareTPM(std::filesystem::path folder) : folder_(std::move(folde
       << log;
 }
 
-SoftwareTPM::~SoftwareTPM() {
-  if (pid_ <= 0) return;
-  ::kill(pid_, SIGTERM);
-  int status = 0;
-  if (!eventually([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; },
-                  std::chrono::seconds(5))) {
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, &status, 0);
-  }
-}
+SoftwareTPM::~SoftwareTPM() { child_.stop(SIGTERM, std::chrono::seconds(5)); }
 
 std::string SoftwareTPM::tcti() const { return "swtpm:path=" + (folder_ / "tpm").string(); }
 

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <string>
 
+#include "support/ChildProcess.h"
+
 namespace quorvane::testing {
 
 // A software TPM 2.0 (swtpm) serving on Unix sockets in `folder`, started by the test and
@@ -23,11 +25,11 @@ class SoftwareTPM {
 
   // The TCTI configuration that reaches it ("swtpm:path=…").
   std::string tcti() const;
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return child_.pid(); }
 
  private:
   std::filesystem::path folder_;
-  pid_t pid_ = -1;
+  RunningChild child_;
 };
 
 }  // namespace quorvane::testing
