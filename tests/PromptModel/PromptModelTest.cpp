@@ -18,6 +18,7 @@
 #include "agent/ConnectionServer.h"
 #include "agent/ControlService.h"
 #include "support/PAMServices.h"
+#include "support/SSHSig.h"
 
 namespace quorvane {
 namespace {
@@ -25,15 +26,8 @@ namespace {
 using namespace std::chrono_literals;
 using testing::PAMService;
 
-Bytes sshsigData() {
-  WireWriter writer;
-  writer.writeRaw(bytesOf("SSHSIG"));
-  writer.writeString(bytesOf("file"));
-  writer.writeString(Bytes{});
-  writer.writeString(bytesOf("sha512"));
-  writer.writeString(Bytes(64, 7));
-  return std::move(writer).take();
-}
+// The SSHSIG data that ssh-keygen -Y sign -n file hands the agent.
+Bytes sshsigData() { return testing::sshSigSignedData("file", "sha512", Bytes(64, 7)); }
 
 // The agent with its control service on a socket in a temporary folder, a private PAM service,
 // and the dialog's side: a watch stream feeding a PromptQueue, answers sent as the dialog sends

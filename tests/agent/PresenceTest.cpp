@@ -25,6 +25,7 @@
 #include "agent/ControlService.h"
 #include "agent/FrameIO.h"
 #include "support/PAMServices.h"
+#include "support/SSHSig.h"
 
 namespace quorvane {
 namespace {
@@ -32,15 +33,8 @@ namespace {
 using namespace std::chrono_literals;
 using testing::PAMService;
 
-Bytes sshsigData() {
-  WireWriter writer;
-  writer.writeRaw(bytesOf("SSHSIG"));
-  writer.writeString(bytesOf("file"));
-  writer.writeString(Bytes{});
-  writer.writeString(bytesOf("sha512"));
-  writer.writeString(Bytes(64, 7));
-  return std::move(writer).take();
-}
+// The SSHSIG data that ssh-keygen -Y sign -n file hands the agent.
+Bytes sshsigData() { return testing::sshSigSignedData("file", "sha512", Bytes(64, 7)); }
 
 // Shows nothing, answers every asking prompt with `typed` (or cancels), and counts the prompts.
 struct Frontend {

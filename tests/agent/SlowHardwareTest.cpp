@@ -18,6 +18,7 @@
 #include "SSHWire/WireWriter.h"
 #include "agent/FrameIO.h"
 #include "agent/FrameServer.h"
+#include "support/SSHSig.h"
 #include "support/TestSupport.h"
 
 namespace quorvane {
@@ -65,15 +66,8 @@ class AgentSession final : public FrameServer::Session {
   AgentConnection connection_;
 };
 
-Bytes sshsigData() {
-  WireWriter writer;
-  writer.writeRaw(bytesOf("SSHSIG"));
-  writer.writeString(bytesOf("file"));
-  writer.writeString(Bytes{});
-  writer.writeString(bytesOf("sha512"));
-  writer.writeString(Bytes(64, 7));
-  return std::move(writer).take();
-}
+// The SSHSIG data that ssh-keygen -Y sign -n file hands the agent.
+Bytes sshsigData() { return testing::sshSigSignedData("file", "sha512", Bytes(64, 7)); }
 
 // A signature request for `key`, framed.
 Bytes signRequest(const KeyRecord& key) {
