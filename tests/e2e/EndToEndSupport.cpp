@@ -74,6 +74,26 @@ std::filesystem::path QuorvaneHome::agentSocket() const {
   return home() / ".ssh" / "quorvane" / "agent.sock";
 }
 
+std::vector<std::string> QuorvaneHome::sshCommand(int port, const std::vector<std::string>& remote,
+                                                  bool forwardAgent) const {
+  std::vector<std::string> command = {
+      "ssh",
+      "-F",
+      "/dev/null",
+      "-o",
+      "BatchMode=yes",
+      "-o",
+      "UserKnownHostsFile=" + (home() / ".ssh" / "known_hosts").string(),
+      "-o",
+      "IdentityAgent=" + agentSocket().string(),
+      "-p",
+      std::to_string(port)};
+  if (forwardAgent) command.push_back("-A");
+  command.push_back(currentUserName() + "@127.0.0.1");
+  command.insert(command.end(), remote.begin(), remote.end());
+  return command;
+}
+
 void QuorvaneHome::startAgent() {
   std::vector<std::string> arguments{QUORVANE_AGENT_BINARY, "--pam-config-dir",
                                      (home() / "pam").string()};

@@ -49,6 +49,10 @@ class QuorvaneHome {
 
   const std::filesystem::path& home() const { return directory_.path(); }
   std::filesystem::path agentSocket() const;
+  // ssh to the current user at 127.0.0.1:`port` through this home's agent and known_hosts, with
+  // no ssh configuration read, running `remote` there (`forwardAgent`: with -A).
+  std::vector<std::string> sshCommand(int port, const std::vector<std::string>& remote,
+                                      bool forwardAgent = false) const;
 
   // Runs `quorvane` with arguments; fails the test on a non-zero exit unless `mayFail`.
   CommandResult quorvane(const std::vector<std::string>& arguments, bool mayFail = false);

@@ -22,22 +22,7 @@ class EndToEnd : public ::testing::Test {
 
   std::vector<std::string> ssh(int port, const std::vector<std::string>& remote,
                                bool forwardAgent = false) {
-    std::vector<std::string> command = {
-        "ssh",
-        "-F",
-        "/dev/null",
-        "-o",
-        "BatchMode=yes",
-        "-o",
-        "UserKnownHostsFile=" + (quorvane.home() / ".ssh" / "known_hosts").string(),
-        "-o",
-        "IdentityAgent=" + quorvane.agentSocket().string(),
-        "-p",
-        std::to_string(port)};
-    if (forwardAgent) command.push_back("-A");
-    command.push_back(currentUserName() + "@127.0.0.1");
-    command.insert(command.end(), remote.begin(), remote.end());
-    return command;
+    return quorvane.sshCommand(port, remote, forwardAgent);
   }
 
   std::future<CommandResult> inBackground(std::vector<std::string> command) {

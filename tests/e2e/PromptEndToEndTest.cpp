@@ -89,21 +89,7 @@ class PromptEndToEnd : public ::testing::Test {
   }
 
   std::future<CommandResult> login(int port) {
-    std::vector<std::string> command = {
-        "ssh",
-        "-F",
-        "/dev/null",
-        "-o",
-        "BatchMode=yes",
-        "-o",
-        "UserKnownHostsFile=" + (quorvane.home() / ".ssh" / "known_hosts").string(),
-        "-o",
-        "IdentityAgent=" + quorvane.agentSocket().string(),
-        "-p",
-        std::to_string(port),
-        currentUserName() + "@127.0.0.1",
-        "echo",
-        "in"};
+    const std::vector<std::string> command = quorvane.sshCommand(port, {"echo", "in"});
     return std::async(std::launch::async, [command] { return runCommand(command); });
   }
 

@@ -74,21 +74,7 @@ class TPMEndToEnd : public ::testing::Test {
   }
 
   std::vector<std::string> ssh(int port, const std::vector<std::string>& remote) {
-    std::vector<std::string> command = {
-        "ssh",
-        "-F",
-        "/dev/null",
-        "-o",
-        "BatchMode=yes",
-        "-o",
-        "UserKnownHostsFile=" + (quorvane->home() / ".ssh" / "known_hosts").string(),
-        "-o",
-        "IdentityAgent=" + quorvane->agentSocket().string(),
-        "-p",
-        std::to_string(port),
-        currentUserName() + "@127.0.0.1"};
-    command.insert(command.end(), remote.begin(), remote.end());
-    return command;
+    return quorvane->sshCommand(port, remote);
   }
 
   static inline TemporaryDirectory* tpmFolder = nullptr;
