@@ -9,8 +9,9 @@ template <typename Record, typename Decode>
 std::vector<Record> loadList(const SupportState& support, std::string_view file,
                              std::string_view purpose, Decode decode) {
   try {
-    return SealedFile::read(support.folder / file, purpose, *support.sealing,
-                            [&](const JSONReader& reader) { return reader.arrayOf<Record>(decode); });
+    return SealedFile::read(
+        support.folder / file, purpose, *support.sealing,
+        [&](const JSONReader& reader) { return reader.arrayOf<Record>(decode); });
   } catch (const SealedFileError& error) {
     if (error.kind() == SealedFileErrorKind::missing) return {};
     throw;

@@ -19,5 +19,8 @@ inline constexpr std::string_view kQAPPairingRevealLabel = "QAP1 pairing reveal"
 inline constexpr std::string_view kQAPPairingNonceLabel = "QAP1 pairing nonce";
 inline constexpr std::string_view kQAPPairingTranscriptLabel = "QAP1 pairing v2";
 inline constexpr std::string_view kQAPShortAuthenticationStringLabel = "QAP1 sas v2";
+// A request settled elsewhere (on this computer, or by another device), sent to the devices that
+// were asked, so that they stop showing it.
+inline constexpr std::string_view kQAPResolvedLabel = "QAP1 resolved";
 
 }  // namespace quorvane

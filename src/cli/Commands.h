@@ -29,6 +29,15 @@ void addRemoteCommands(CLI::App& app);
 // `remote relay` and `remote status`, added to the remote group.
 void addRelayCommands(CLI::App& remote);
 
+// `devices` on the computer that runs the agent: pair, list, remove, allow.
+void addDevicesCommands(CLI::App& app);
+// `devices pair`, added to the devices group.
+void addDevicesPairCommand(CLI::App& devices);
+// `approver` on an approving computer: pair, watch, pending, answer, list, unpair.
+void addApproverCommands(CLI::App& app);
+// `approver pair`, added to the approver group.
+void addApproverPairCommand(CLI::App& approver);
+
 // quorvane prompt [on|off]: whether the agent opens the desktop approval dialog by itself.
 void addPromptCommands(CLI::App& app);
 

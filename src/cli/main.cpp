@@ -22,6 +22,8 @@ int main(int argc, char** argv) {
   quorvane::cli::addPresenceCommands(app);
   quorvane::cli::addRemoteCommands(app);
   quorvane::cli::addPromptCommands(app);
+  quorvane::cli::addDevicesCommands(app);
+  quorvane::cli::addApproverCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
