@@ -19,6 +19,7 @@ packages=(
   libboost-dev                        # Boost.Beast/Asio: the relay server's HTTP and TLS
   libhiredis-dev                      # the relay's shared store in Redis
   libgtk-4-dev                        # quorvane-prompt, the desktop approval dialog (GTK 4)
+  libqrencode-dev                     # pairing codes as QR codes on a terminal
 )
 test_packages=(
   git                                 # Git signing end to end
