@@ -30,6 +30,7 @@ test_packages=(
   openssh-server                      # sshd on a loopback port in the end-to-end tests
   valgrind                            # the constant-time check of ML-KEM (memcheck and its header)
   putty-tools                         # puttygen: PuTTY key files for the import tests
+  python3-cryptography                # a second implementation checks the pairing test vectors
   swtpm swtpm-tools                   # software TPMs that the TPM tests start
   redis-server                        # the relay's Redis store, two relays sharing one server
   xvfb xdotool imagemagick            # the desktop dialog end to end: a virtual X display, clicks
