@@ -14,7 +14,8 @@ std::string_view PairingError::text(Kind kind) {
     case Kind::expired: return "The code expired. Start again and scan it within 5 minutes.";
     case Kind::alreadyUsed:
       return "This code was already used or has expired. Show a new one on the other computer.";
-    case Kind::timedOut: return "No device answered within 5 minutes. Start again with a new code.";
+    case Kind::timedOut:
+      return "The other side did not answer in time. Start again with a new code.";
   }
   return "pairing failed";
 }

@@ -185,7 +185,10 @@ void closeMacPairing(RelayTransport& relay, const MacPairing& pairing, bool revo
 
 void abandonJoinedPairing(RelayTransport& relay, const MailboxCredentials& deviceMailbox,
                           const PendingPairing& pending) {
-  relay.revokeSendToken(deviceMailbox, pending.reply.deviceSendToken);
+  try {
+    relay.revokeSendToken(deviceMailbox, pending.reply.deviceSendToken);
+  } catch (const RelayError&) {
+  }
 }
 
 }  // namespace quorvane

@@ -57,7 +57,8 @@ using NowFunction = std::function<Date()>;
 
 // Makes the two ephemeral boxes and a send token of `macMailbox` for the device, and leaves the
 // offer (valid for kPairingCodeLifetime from `now`) in the offer box. What was made is removed
-// again when a later step fails.
+// again when a later step fails. REQUIRES: relayURL begins with "https://" (the code only
+// travels to an https relay).
 MacPairing startMacPairing(RelayTransport& relay, const DeviceKeys& mac,
                            const MailboxCredentials& macMailbox, std::string relayURL, Date now,
                            std::stop_token stop = {});
@@ -88,6 +89,7 @@ PairedMac pairedMacOf(const PendingPairing& pending, Date now);
 void closeMacPairing(RelayTransport& relay, const MacPairing& pairing, bool revokeToken);
 
 // The device's clean-up when the user said no: withdraws the send token it gave the computer.
+// A relay failure is ignored: the computer stored nothing either, so the token is never used.
 void abandonJoinedPairing(RelayTransport& relay, const MailboxCredentials& deviceMailbox,
                           const PendingPairing& pending);
 
