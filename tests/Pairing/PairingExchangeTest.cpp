@@ -147,6 +147,31 @@ TEST_F(PairingExchangeTest, SayingNoWithdrawsBothSendTokens) {
     EXPECT_THROW(memory.send(address, Envelope{EnvelopeKind::resolved, {1}}, false), RelayError);
 }
 
+// Someone who saw the code can add an offer of their own to the box, but only after the
+// computer's, which the device takes.
+TEST_F(PairingExchangeTest, TheFirstOfferInTheBoxCounts) {
+  const MacPairing pairing = start();
+  const MailboxCredentials box{pairing.code.boxID, pairing.code.boxSecret, {}};
+  PairingOffer theirs = pairing.offer;
+  theirs.macIdentity = DeviceKeys::generate("attacker").identity();
+  memory.send(MailboxAddress{box.id, memory.createSendToken(box)},
+              sealPairingOffer(theirs, pairing.code, crypto::randomBytes(12)), false);
+  auto completed = awaitOnThread(pairing);
+  const PendingPairing pending = join(pairing.code);
+  EXPECT_EQ(pending.offer.macIdentity, mac.identity());
+  EXPECT_EQ(completed.get().sas, pending.sas);
+}
+
+// Messages left in the device's mailbox from before (an old challenge) do not disturb a pairing.
+TEST_F(PairingExchangeTest, OldMessagesInTheDevicesMailboxAreIgnored) {
+  memory.send(addressOf(deviceMailbox), Envelope{EnvelopeKind::pairingChallenge, Bytes(40, 1)},
+              false);
+  const MacPairing pairing = start();
+  auto completed = awaitOnThread(pairing);
+  const PendingPairing pending = join(pairing.code);
+  EXPECT_EQ(completed.get().sas, pending.sas);
+}
+
 TEST_F(PairingExchangeTest, ASecondJoinFindsTheCodeUsed) {
   const MacPairing pairing = start();
   auto completed = awaitOnThread(pairing);
