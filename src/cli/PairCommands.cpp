@@ -107,10 +107,12 @@ void printJSONLine(const JSON& value) {
 }
 
 // Shows the SAS and asks whether the other screen shows it too; --yes answers yes.
-bool sameCodeConfirmed(const std::string& sas, const PairOptions& options) {
+// `other` says who answered, as the other side names itself.
+bool sameCodeConfirmed(const std::string& sas, const std::string& other,
+                       const PairOptions& options) {
   if (options.json) printJSONLine({{"sas", sas}});
   std::ostream& out = options.json ? std::cerr : std::cout;
-  out << "Code on both screens: " << sas << "\n";
+  out << other << "\nCode on both screens: " << sas << "\n";
   if (options.yes) return true;
   out << kSameCodeQuestion << " [y/N] " << std::flush;
   std::string answer;
@@ -141,10 +143,11 @@ std::optional<std::string> deviceConflict(const std::vector<PairedDevice>& devic
                                           const PairedDevice& device) {
   for (const PairedDevice& paired : devices) {
     if (paired.identity.signingKey == device.identity.signingKey)
-      return "this device is already paired as “" + paired.identity.name +
-             "”; remove that pairing first with quorvane devices remove " + paired.identity.name;
+      return "this device is already paired as “" + printable(paired.identity.name) +
+             "”; remove that pairing first with quorvane devices remove " +
+             printable(paired.identity.name);
     if (paired.identity.name == device.identity.name)
-      return "a device named “" + device.identity.name +
+      return "a device named “" + printable(device.identity.name) +
              "” is already paired; choose another name with --name";
   }
   return std::nullopt;
@@ -202,7 +205,9 @@ void pairDevice() {
 
     PairedDevice device = pairedDeviceOf(pairing, completed, now());
     if (!options.name.empty()) device.identity.name = options.name;
-    if (!sameCodeConfirmed(completed.sas, options)) {
+    const std::string other = "Answered by “" + printable(completed.reply.deviceIdentity.name) +
+                              "” (" + std::string(displayName(completed.reply.kind)) + ").";
+    if (!sameCodeConfirmed(completed.sas, other, options)) {
       closeMacPairing(relay, pairing, true);
       throw CommandFailure("not paired: the codes were not confirmed. Nothing was stored.");
     }
@@ -235,10 +240,11 @@ void pairDevice() {
 std::optional<std::string> macConflict(const std::vector<PairedMac>& macs, const PairedMac& mac) {
   for (const PairedMac& paired : macs) {
     if (paired.identity.signingKey == mac.identity.signingKey)
-      return "this computer is already paired as “" + paired.identity.name +
-             "”; remove that pairing first with quorvane approver unpair " + paired.identity.name;
+      return "this computer is already paired as “" + printable(paired.identity.name) +
+             "”; remove that pairing first with quorvane approver unpair " +
+             printable(paired.identity.name);
     if (paired.identity.name == mac.identity.name)
-      return "a computer named “" + mac.identity.name +
+      return "a computer named “" + printable(mac.identity.name) +
              "” is already paired; choose another name with --name";
   }
   return std::nullopt;
@@ -293,7 +299,9 @@ void pairWithComputer() {
 
     PairedMac mac = pairedMacOf(pending, now());
     if (!options.name.empty()) mac.identity.name = options.name;
-    if (!sameCodeConfirmed(pending.sas, options)) {
+    const std::string other =
+        "Offered by “" + printable(pending.offer.macIdentity.name) + "” at " + code.relayURL + ".";
+    if (!sameCodeConfirmed(pending.sas, other, options)) {
       abandonJoinedPairing(relay, mailbox, pending);
       throw CommandFailure("not paired: the codes were not confirmed. Nothing was stored.");
     }
