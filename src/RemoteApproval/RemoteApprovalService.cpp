@@ -77,15 +77,17 @@ RemoteApprovalService::Asked RemoteApprovalService::ask(const ApprovalRequest& r
   changed_.notify_all();  // the poll thread starts a round
 
   const size_t sent = sendToDevices(message, allowed, stop);
-  if (sent == 0 && !stop.stop_requested()) {
+  if (sent == 0) {
     {
       MutexLock lock(mutex_);
       withdraw(id);
     }
+    // Stopped before anything went out: no device has anything to be told.
+    if (stop.stop_requested()) return {Asked::Status::asked, {ApprovalResult::Cancelled{}}};
     setOffline(true);
     return {Asked::Status::unreachable, {ApprovalResult::Cancelled{}}};
   }
-  if (sent > 0) setOffline(false);
+  setOffline(false);
   if (options_.afterSend) options_.afterSend(id);
   return waitForAnswer(id, request.expiresAt, stop);
 }
