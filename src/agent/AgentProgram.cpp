@@ -223,7 +223,6 @@ struct RunningAgent {
       MutexLock lock(remoteMutex);
       if (!setup) {
         retired = std::move(remote);
-        remote.reset();
         remoteSetup.reset();
       } else if (!remote || !remoteSetup || !remoteSetup->sameAs(*setup)) {
         retired = std::move(remote);

@@ -369,6 +369,7 @@ JSON ControlService::pendingList() const {
 }
 
 void ControlService::remoteStatusChanged() {
+  ++remoteStatusChanges_;
   MutexLock lock(refreshMutex_);
   for (const auto& [stream, refresh] : refreshers_) refresh();
 }
@@ -394,20 +395,27 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
            {"id", event.id.uuidString()},
            {"ending", std::string(kEndingNames.name(event.ending))}});
   });
-  int refresher = 0;
-  {
-    MutexLock lock(refreshMutex_);
-    refresher = nextRefresher_++;
-    refreshers_[refresher] = [&] {
-      for (const ApprovalRequest& request : approver_.pending())
-        if (request.decision == Decision::askRemote) write(requestLine(request));
-    };
-  }
   ++watchers_;
+  const uint64_t statusSeen = remoteStatusChanges_.load();
   writeControlLine(fd, success());
   for (const ApprovalRequest& request : approver_.pending())
     writeControlLine(fd, requestLine(request));
   starting.unlock();
+
+  // Requests for paired devices go out again when remote approval's status changes. The refresh
+  // is registered only now, so that it never waits for this stream's start while holding the
+  // list of refreshes; a change that came meanwhile is caught up with at once.
+  auto refresh = [&] {
+    for (const ApprovalRequest& request : approver_.pending())
+      if (request.decision == Decision::askRemote) write(requestLine(request));
+  };
+  int refresher = 0;
+  {
+    MutexLock lock(refreshMutex_);
+    refresher = nextRefresher_++;
+    refreshers_[refresher] = refresh;
+  }
+  if (remoteStatusChanges_.load() != statusSeen) refresh();
 
   // A watching client only listens; wait until it hangs up or the agent stops.
   pollfd entry{fd, POLLRDHUP, 0};

@@ -92,6 +92,7 @@ class ControlService {
   Mutex refreshMutex_;
   std::map<int, std::function<void()>> refreshers_ GUARDED_BY(refreshMutex_);
   int nextRefresher_ GUARDED_BY(refreshMutex_) = 0;
+  std::atomic<uint64_t> remoteStatusChanges_{0};
 };
 
 }  // namespace quorvane
