@@ -106,7 +106,10 @@ int run(int rounds) {
       auto answer = std::async(std::launch::async, [&] { return service.ask(request, {}); });
       std::optional<ApprovalRequestMessage> received;
       for (int fetches = 0; !received; ++fetches) {
-        if (fetches == 3) throw std::runtime_error("the request did not reach the device");
+        if (fetches == 3)
+          throw std::runtime_error("round " + std::to_string(round) +
+                                   ": the request did not reach the device (a full mailbox on "
+                                   "the relay refuses further sends)");
         for (const RelayMessage& message : deviceRelay->fetch(deviceMailbox, true))
           if (message.envelope.kind == EnvelopeKind::approvalRequest)
             received = openApprovalRequest(message.envelope.body, device, macs).request;

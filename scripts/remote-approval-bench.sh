@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Measures one remote approval's machine time (request to the device, answer back to the agent's
 # service): first over the in-memory relay, then over quorvane-relay on loopback with TLS and a
-# throw-away CA, through the HTTPS client. Prints median and p99 of each.
+# throw-away CA, through the HTTPS client. Prints median and p99 of each. Fetching does not delete
+# messages, so the relay is started with room for every round's messages in one mailbox.
 #
 #   scripts/remote-approval-bench.sh [BUILD_DIR] [ROUNDS]      (defaults: build 200)
 set -euo pipefail
@@ -34,7 +35,7 @@ openssl x509 -req -in "$work/server.csr" -CA "$work/ca.pem" -CAkey "$work/ca.key
   -CAcreateserial -out "$work/server.pem" -days 1 -extfile "$work/ext" 2>/dev/null
 
 "$relay" --listen 127.0.0.1:0 --tls-cert "$work/server.pem" --tls-key "$work/server.key" \
-  --db "$work/relay.sqlite" --creations-per-minute 0 --sends-per-minute 0 \
+  --db "$work/relay.sqlite" --creations-per-minute 0 --sends-per-minute 0 --max-messages 1000000 \
   >"$work/relay.out" 2>"$work/relay.log" &
 relay_pid=$!
 for _ in $(seq 100); do
