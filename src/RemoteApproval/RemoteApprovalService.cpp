@@ -210,8 +210,9 @@ size_t RemoteApprovalService::earlyResults() const {
 // One round of polling lasts while a request is open; between rounds the thread sleeps and the
 // relay hears nothing from this computer.
 void RemoteApprovalService::pollLoop(std::stop_token stop) {
+  catchUp(stop);
   const PollHandlers handlers{
-      [this](const RelayMessage& message) { onMessage(message); },
+      [this](const RelayMessage& message) { onMessage(message, /*quiet=*/false); },
       [this](const RelayError&, double) { setOffline(true); },
       [this] { setOffline(false); },
   };
@@ -232,12 +233,25 @@ void RemoteApprovalService::pollLoop(std::stop_token stop) {
   }
 }
 
-void RemoteApprovalService::onMessage(const RelayMessage& message) {
+// The relay keeps messages for a day and the read position is not kept from one run to the next,
+// so the mailbox may hold what an earlier run read already: answers to requests of that run, which
+// can only be refused, and unpair notices, which still count. They are read once at the start,
+// without reporting the refusals, so that they neither flood the log nor fill `rejected`.
+void RemoteApprovalService::catchUp(std::stop_token stop) {
+  try {
+    for (const RelayMessage& message : relay_->fetch(mailbox_, /*wait=*/false, stop))
+      onMessage(message, /*quiet=*/true);
+  } catch (const RelayError&) {
+    // Nothing is asked yet; the first request's polling tells whether the relay is there.
+  }
+}
+
+void RemoteApprovalService::onMessage(const RelayMessage& message, bool quiet) {
   try {
     if (message.envelope.kind == EnvelopeKind::approvalResponse) onAnswer(message.envelope);
     if (message.envelope.kind == EnvelopeKind::unpair) onUnpairNotice(message.envelope);
   } catch (const QAPFailure& failure) {
-    reject(failure.kind());
+    if (!quiet) reject(failure.kind());
   } catch (const std::exception& error) {
     tell(std::string("a message from the relay could not be handled: ") + error.what());
   }

@@ -26,8 +26,9 @@ namespace quorvane {
 
 // Asks the paired devices: seals each approval request to every device allowed for the key,
 // sends it to the device's mailbox through the relay, and waits for the first answer that passes
-// PendingApprovals' checks, which arrives in this computer's own mailbox. One poll thread keeps a
-// waiting fetch open on that mailbox while any request is open (and none otherwise); a second
+// PendingApprovals' checks, which arrives in this computer's own mailbox. One poll thread reads
+// what the mailbox holds once at the start (unpair notices sent while the agent was not running),
+// then keeps a waiting fetch open on it while any request is open (and none otherwise); a second
 // thread sends the "resolved" notices that tell devices a request was settled elsewhere. The
 // devices are read anew for every request and every answer, so that pairing changes count at
 // once. Safe to use from many threads.
@@ -108,7 +109,9 @@ class RemoteApprovalService final : public Approver {
   void tell(const std::string& line) const;
 
   void pollLoop(std::stop_token stop);
-  void onMessage(const RelayMessage& message);
+  void catchUp(std::stop_token stop);
+  // `quiet`: a refused message is neither reported nor kept in `rejected`.
+  void onMessage(const RelayMessage& message, bool quiet);
   void onAnswer(const Envelope& envelope);
   void onUnpairNotice(const Envelope& envelope);
   void outboxLoop(std::stop_token stop);

@@ -236,5 +236,25 @@ TEST_F(RemoteApprovalServiceTest, AnUnpairNoticeFromAPairedDeviceIsPassedOn) {
   answer.get();
 }
 
+TEST_F(RemoteApprovalServiceTest, WhatTheMailboxHeldBeforeTheStartIsReadQuietly) {
+  FarDevice phone = pair("phone");
+  // An answer to a request of an earlier run, and a device's unpair notice sent meanwhile.
+  ApprovalRequestMessage earlier;
+  earlier.requestID = Bytes(16, 1);
+  earlier.macID = mac.identity().identityHash();
+  earlier.dataHash = Bytes(32, 2);
+  phone.send(macMailbox, phone.answerFor(earlier, ApprovalDecision::approve));
+  const Bytes phoneID = phone.keys.identity().identityHash();
+  phone.send(macMailbox, sealUnpairNotice({phoneID, {}}, false, phone.keys, mac.identity()));
+
+  auto service = makeService();
+  ASSERT_TRUE(eventually([&] {
+    MutexLock lock(eventsMutex);
+    return !unpaired.empty();
+  }));
+  EXPECT_TRUE(service->rejected().empty());
+  EXPECT_TRUE(offlineHistory().empty());
+}
+
 }  // namespace
 }  // namespace quorvane
