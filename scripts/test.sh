@@ -57,7 +57,7 @@ step "Building the concurrency tests with ThreadSanitizer (clang, lock annotatio
 cmake -S . -B build-tsan -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1 -DNDEBUG" -DQUORVANE_TSAN=ON "${launcher[@]}" >/dev/null
 cmake --build build-tsan --target agent_engine_tests agent_daemon_tests agent_presence_tests \
-  agent_prompt_launch_tests activity_store_tests relayclient_tests tpm_tests
+  agent_prompt_launch_tests activity_store_tests relayclient_tests remote_approval_tests tpm_tests
 
 step "Running the concurrency tests under ThreadSanitizer"
 # ThreadSanitizer of this clang cannot map its shadow memory with the kernel's full address-space

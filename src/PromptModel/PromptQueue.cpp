@@ -20,10 +20,13 @@ PromptQueue::Change PromptQueue::apply(const JSON& line) {
   if (*event == "request") {
     auto found = line.find("request");
     PromptRequest request = decodePromptRequest(found == line.end() ? JSON() : *found);
-    if (std::ranges::any_of(requests_,
-                            [&](const PromptRequest& r) { return r.id == request.id; }) ||
-        std::ranges::find(finished_, request.id) != finished_.end())
-      return {};
+    if (std::ranges::find(finished_, request.id) != finished_.end()) return {};
+    auto queued = std::ranges::find(requests_, request.id, &PromptRequest::id);
+    if (queued != requests_.end()) {
+      const bool shown = queued == requests_.begin();
+      *queued = std::move(request);
+      return {false, std::nullopt, shown};
+    }
     requests_.push_back(std::move(request));
     return {requests_.size() == 1, std::nullopt};
   }

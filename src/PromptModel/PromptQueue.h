@@ -28,10 +28,12 @@ class PromptQueue {
   struct Change {
     bool shownChanged = false;               // another request (or none) is now on screen
     std::optional<PromptEnding> shownEnded;  // the one on screen ended elsewhere, and why
+    bool shownUpdated = false;  // the one on screen was announced again with new details
   };
 
-  // Applies one watch line: {"event": "request", "request": {...}} adds a request (a request
-  // already shown, or one that ended, is ignored: the stream may announce a request twice),
+  // Applies one watch line: {"event": "request", "request": {...}} adds a request; one that is
+  // queued already is updated in place (the agent announces it again when, say, remote approval
+  // went offline); one that ended is ignored (the stream may announce a request twice),
   // {"event": "ended", "id", "ending"?} removes one; other lines change nothing.
   // Throws DecodingError for a request line that cannot be read (the queue is left as it was).
   Change apply(const JSON& line);

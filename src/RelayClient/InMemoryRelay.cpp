@@ -12,6 +12,7 @@ namespace quorvane {
 namespace {
 
 constexpr int kRefused = 403;
+constexpr const char* kUnreachableDescription = "the in-memory relay is switched off";
 
 SecureBytes randomToken() { return SecureBytes(bytesOf(hexEncode(crypto::randomBytes(32)))); }
 
@@ -20,6 +21,7 @@ SecureBytes randomToken() { return SecureBytes(bytesOf(hexEncode(crypto::randomB
 InMemoryRelay::InMemoryRelay(double waitLimit) : waitLimit_(waitLimit) {}
 
 void InMemoryRelay::failIfAsked() {
+  if (unreachable_) throw RelayError::transport(kUnreachableDescription);
   if (failures_.empty()) return;
   RelayError error = failures_.front();
   failures_.pop_front();
@@ -95,14 +97,15 @@ std::vector<RelayMessage> InMemoryRelay::fetch(const MailboxCredentials& credent
     // The mailbox may be deleted while the fetch waits, so it is looked up again each time.
     auto newer = [&]() REQUIRES(mutex_) {
       auto found = mailboxes_.find(credentials.id);
-      return found != mailboxes_.end() && !found->second.messages.empty() &&
-             found->second.messages.back().first > after;
+      return unreachable_ || (found != mailboxes_.end() && !found->second.messages.empty() &&
+                              found->second.messages.back().first > after);
     };
     if (wait) {
       const auto deadline =
           std::chrono::steady_clock::now() + std::chrono::duration<double>(waitLimit_);
       arrived_.wait_until(mutex_, stop, deadline, newer);
       if (stop.stop_requested()) throw RelayError::transport(kRelayCancelledDescription);
+      if (unreachable_) throw RelayError::transport(kUnreachableDescription);
     }
     Mailbox& mailbox = owned(credentials);
     for (const auto& [seq, bytes] : mailbox.messages)
@@ -126,6 +129,14 @@ void InMemoryRelay::deleteMailbox(const MailboxCredentials& credentials, std::st
 void InMemoryRelay::failNext(RelayError error) {
   MutexLock lock(mutex_);
   failures_.push_back(std::move(error));
+}
+
+void InMemoryRelay::setUnreachable(bool unreachable) {
+  {
+    MutexLock lock(mutex_);
+    unreachable_ = unreachable;
+  }
+  arrived_.notify_all();
 }
 
 std::vector<Envelope> InMemoryRelay::stored(const std::string& mailboxID) const {

@@ -41,6 +41,9 @@ class InMemoryRelay final : public RelayTransport {
 
   // The next operations fail with these errors, one each, in order, instead of running.
   void failNext(RelayError error);
+  // While set, every operation fails with RelayError::transport, as when the relay cannot be
+  // reached; a waiting fetch in progress fails at once.
+  void setUnreachable(bool unreachable);
 
   // What the relay holds, for assertions: the envelopes kept in a mailbox (none for an unknown
   // one), whether a mailbox exists and is ephemeral, its push registration, and how many sends
@@ -74,6 +77,7 @@ class InMemoryRelay final : public RelayTransport {
   std::map<std::string, Mailbox> mailboxes_ GUARDED_BY(mutex_);
   std::deque<RelayError> failures_ GUARDED_BY(mutex_);
   size_t pushedSends_ GUARDED_BY(mutex_) = 0;
+  bool unreachable_ GUARDED_BY(mutex_) = false;
   uint64_t created_ GUARDED_BY(mutex_) = 0;
   RelayCursors cursors_;
 };

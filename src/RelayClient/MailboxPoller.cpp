@@ -31,6 +31,7 @@ void pollMailbox(RelayTransport& relay, const MailboxCredentials& mailbox, std::
       continue;
     }
     backoff.succeeded();
+    if (handlers.onFetched) handlers.onFetched();
     for (const RelayMessage& message : messages)
       if (handlers.onMessage) handlers.onMessage(message);
   }

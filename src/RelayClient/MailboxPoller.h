@@ -21,6 +21,8 @@ struct PollHandlers {
   std::function<void(const RelayMessage&)> onMessage;
   // A failed fetch and the delay (PollBackoff) before the next one; may be empty.
   std::function<void(const RelayError&, double delay)> onFailure;
+  // A fetch that succeeded, before its messages are handed on; may be empty.
+  std::function<void()> onFetched = nullptr;
 };
 
 // Keeps one waiting fetch open on `mailbox` until `stop` is requested: hands every message on,

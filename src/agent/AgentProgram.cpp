@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <iostream>
 #include <set>
@@ -18,6 +19,7 @@
 #include "AgentEngine/OriginBuilder.h"
 #include "AgentEngine/PresenceGate.h"
 #include "AgentState/KeychainLockStore.h"
+#include "AgentState/PairingFiles.h"
 #include "AgentState/PresenceSetting.h"
 #include "AgentState/PromptSetting.h"
 #include "AgentState/RemotePause.h"
@@ -31,6 +33,7 @@
 #include "Platform/SocketIO.h"
 #include "ProcessContext/ProcessChain.h"
 #include "ProcessContext/ProcessContextError.h"
+#include "RemoteApproval/RacingApprover.h"
 #include "TPM/TPMHardwareKeys.h"
 #include "agent/ConnectionServer.h"
 #include "agent/ControlService.h"
@@ -38,6 +41,7 @@
 #include "agent/FrameServer.h"
 #include "agent/ProgressReports.h"
 #include "agent/PromptLauncher.h"
+#include "agent/RemoteApprovalSetup.h"
 
 namespace quorvane {
 namespace {
@@ -82,6 +86,16 @@ struct RunningAgent {
   std::shared_ptr<SealedHostPinStore> pins = std::make_shared<SealedHostPinStore>(support);
   std::unique_ptr<Agent> agent;
   std::unique_ptr<PresenceGate> presence;
+  // Remote approval's state; the service is last, so that it stops before what its callbacks
+  // use goes.
+  Mutex remoteMutex;
+  bool pausedHere GUARDED_BY(remoteMutex) = false;  // paused, also if that could not be saved
+  std::string remoteState GUARDED_BY(remoteMutex);  // the last line said about it
+  std::function<void()> remoteStatusListener GUARDED_BY(remoteMutex);
+  std::optional<RemoteApprovalSetup> remoteSetup GUARDED_BY(remoteMutex);
+  std::atomic<uint64_t> remoteGeneration{0};
+  std::atomic<bool> remoteRelayOffline{false};
+  std::shared_ptr<RemoteApprovalService> remote GUARDED_BY(remoteMutex);
 
   explicit RunningAgent(const std::filesystem::path& pamConfigDirectory) {
     presence = std::make_unique<PresenceGate>(
@@ -90,8 +104,15 @@ struct RunningAgent {
         *clock, presenceVerificationEnabled(support));
     if (!pamConfigDirectory.empty())
       say("presence verification reads its PAM service from " + pamConfigDirectory.string());
+    // Requests that rules send to paired devices are asked there and here at once; a device's
+    // answer ends the request here as answered elsewhere.
+    auto racing = std::make_shared<RacingApprover>(
+        std::make_shared<ReportingApprover>(approver, say), [this] { return remoteService(); },
+        [this](const UUID& id, const ApprovalResult& result) {
+          return approver->answer(id, result);
+        });
     AgentServices services{keys,
-                           std::make_shared<ReportingApprover>(approver, say),
+                           racing,
                            std::make_shared<ReportingActivityLog>(log, say),
                            std::make_shared<KnownHostsResolver>(std::vector<std::filesystem::path>{
                                homeFolder() / ".ssh" / "known_hosts"}),
@@ -132,8 +153,7 @@ struct RunningAgent {
     else if (presence->accountCanNeverPass())
       say("your account has no usable password, so presence verification can never succeed and "
           "nothing can be approved; set one with passwd, or run: quorvane presence off");
-    const bool paused = remoteApprovalPaused(*support.keychain);
-    if (paused) agent->setRemoteApprovalAvailable(false);
+    refreshRemoteApproval();
     say("serving " + counted(static_cast<int64_t>(keys->records().size()), "key", "keys"));
   }
 
@@ -148,15 +168,121 @@ struct RunningAgent {
   }
 
   void pauseRemote() {
+    {
+      MutexLock lock(remoteMutex);
+      pausedHere = true;
+    }
     if (setRemoteApprovalPaused(*support.keychain, true) != kKeychainSuccess)
       say("the remote-approval pause could not be saved; it lasts until the agent stops");
-    agent->setRemoteApprovalAvailable(false);
+    refreshRemoteApproval();
   }
 
   void resumeRemote() {
     if (setRemoteApprovalPaused(*support.keychain, false) != kKeychainSuccess)
       throw std::runtime_error("the remote-approval setting could not be saved");
+    {
+      MutexLock lock(remoteMutex);
+      pausedHere = false;
+    }
     reload();
+  }
+
+  // The service that asks paired devices, or none while remote approval is unavailable.
+  std::shared_ptr<RemoteApprovalService> remoteService() {
+    MutexLock lock(remoteMutex);
+    return remote;
+  }
+
+  // Whether requests meant for paired devices must be approved here because the relay is out of
+  // reach.
+  bool remoteOffline() const { return remoteRelayOffline.load(); }
+
+  // Called when remote approval turns available, unavailable, offline or online.
+  void onRemoteStatusChange(std::function<void()> listener) {
+    MutexLock lock(remoteMutex);
+    remoteStatusListener = std::move(listener);
+  }
+
+  // Remote approval runs while a relay is set, this computer has its protocol keys and its own
+  // mailbox there, a device is paired, and the user has not paused it. The service is kept
+  // while that setup stays the same, so that requests waiting on it go on.
+  void refreshRemoteApproval() {
+    bool paused = false;
+    {
+      MutexLock lock(remoteMutex);
+      paused = pausedHere;
+    }
+    paused = paused || remoteApprovalPaused(*support.keychain);
+    std::string missing = "paused (quorvane remote resume turns it back on)";
+    std::optional<RemoteApprovalSetup> setup;
+    if (!paused) setup = readRemoteApprovalSetup(support, missing);
+
+    std::shared_ptr<RemoteApprovalService> retired;
+    std::string line;
+    {
+      MutexLock lock(remoteMutex);
+      if (!setup) {
+        retired = std::move(remote);
+        remoteSetup.reset();
+      } else if (!remote || !remoteSetup || !remoteSetup->sameAs(*setup)) {
+        retired = std::move(remote);
+        remoteRelayOffline = false;
+        remote = makeRemoteApprovalService(support, *setup, clock,
+                                           remoteOptions(++remoteGeneration, *setup));
+      }
+      if (setup) remoteSetup = setup;
+      line = setup ? "remote approval is available through " + setup->relay.baseURL + " (" +
+                         counted(static_cast<int64_t>(setup->pairedDevices), "paired device",
+                                 "paired devices") +
+                         ")"
+                   : "remote approval is unavailable: " + missing;
+      if (line == remoteState)
+        line.clear();
+      else
+        remoteState = line;
+    }
+    agent->setRemoteApprovalAvailable(setup.has_value());
+    if (!line.empty()) say(line);
+    tellRemoteStatus();
+    // `retired` stops here, outside the lock; requests that still wait on it keep it alive.
+  }
+
+  RemoteApprovalService::Options remoteOptions(uint64_t generation, RemoteApprovalSetup setup) {
+    RemoteApprovalService::Options options;
+    options.report = say;
+    options.onOfflineChange = [this, generation](bool offline) {
+      if (generation != remoteGeneration.load()) return;  // a service that was replaced
+      remoteRelayOffline = offline;
+      say(offline ? "remote approval is offline: the relay cannot be reached, so requests for "
+                    "paired devices are answered on this computer"
+                  : "remote approval is online again");
+      tellRemoteStatus();
+    };
+    options.onUnpair = [this, setup = std::move(setup)](const Bytes& deviceID) {
+      try {
+        auto name = forgetUnpairedDevice(support, setup, deviceID, say);
+        if (!name) return;
+        say("the paired device “" + *name + "” unpaired itself and was removed");
+        if (loadPairedDevices(support).empty()) {
+          agent->setRemoteApprovalAvailable(false);
+          say("remote approval is unavailable: no device is paired (quorvane devices pair)");
+          tellRemoteStatus();
+        }
+      } catch (const std::exception& error) {
+        say(std::string("a device unpaired itself, but devices.json could not be updated: ") +
+            error.what());
+      }
+    };
+    return options;
+  }
+
+  void tellRemoteStatus() {
+    std::function<void()> listener;
+    {
+      MutexLock lock(remoteMutex);
+      listener = remoteStatusListener;
+    }
+    if (listener) listener();
   }
 
   // A new client of the agent socket: its peer is captured now, at accept, and every request
@@ -236,7 +362,10 @@ int runAgentProgram(const AgentProgramOptions& options) {
         *running.agent, *running.approver, *running.presence,
         {[&] { running.reload(); }, [&] { running.pauseRemote(); }, [&] { running.resumeRemote(); },
          [&](bool enabled) { savePresenceVerification(running.support, enabled); },
-         [&](const KeyRecord& key, const SecureBytes& pin) { running.keys->checkPIN(key, pin); }});
+         [&](const KeyRecord& key, const SecureBytes& pin) { running.keys->checkPIN(key, pin); },
+         [&] { return running.remoteOffline(); }});
+    // The frontends learn at once when requests for paired devices must be answered here.
+    running.onRemoteStatusChange([&] { control.remoteStatusChanged(); });
     // The desktop dialog, started for a request that nobody is there to answer.
     PromptLauncher launcher({options.promptProgram.empty()
                                  ? PromptLauncher::besideThisProgram("quorvane-prompt")
@@ -280,6 +409,7 @@ int runAgentProgram(const AgentProgramOptions& options) {
     stop.request_stop();
     agentThread.join();
     controlThread.join();
+    running.onRemoteStatusChange(nullptr);
     running.approver->unsubscribe(launching);
     return 0;
   } catch (const std::exception& error) {

@@ -30,12 +30,6 @@ constexpr EnumNames<LocalApprover::Ending, 3> kEndingNames{
 JSON failure(const std::string& error) { return {{"ok", false}, {"error", error}}; }
 JSON success() { return {{"ok", true}}; }
 
-JSON pendingList(const LocalApprover& approver) {
-  JSON list = JSON::array();
-  for (const ApprovalRequest& request : approver.pending()) list.push_back(toJSON(request));
-  return {{"ok", true}, {"pending", list}};
-}
-
 bool sameUser(int fd) {
   ucred credentials{};
   socklen_t length = sizeof credentials;
@@ -335,14 +329,18 @@ JSON ControlService::handle(const JSON& message, PresenceConversation& conversat
         return success();
       });
     if (name == "presence") return presence(reader.required("enabled").boolean(), conversation);
-    if (name == kShowPendingMessage || name == "pending") return pendingList(approver_);
+    if (name == kShowPendingMessage || name == "pending") return pendingList();
     if (name == "status") {
-      JSON status = {{"ok", true},
-                     {"locked", agent_.isLocked()},
-                     {"pending", approver_.pending().size()},
-                     {"epoch", agent_.epoch()},
-                     {"pid", ::getpid()},
-                     {"presenceVerification", presence_.required()}};
+      JSON status = {
+          {"ok", true},
+          {"locked", agent_.isLocked()},
+          {"pending", approver_.pending().size()},
+          {"epoch", agent_.epoch()},
+          {"pid", ::getpid()},
+          {"presenceVerification", presence_.required()},
+          {"remoteApproval", !agent_.remoteApprovalAvailable()                ? "unavailable"
+                             : hooks_.remoteOffline && hooks_.remoteOffline() ? "offline"
+                                                                              : "available"}};
       if (auto problem = presence_.problem()) status["presenceProblem"] = *problem;
       return status;
     }
@@ -356,19 +354,36 @@ JSON ControlService::handle(const JSON& message, PresenceConversation& conversat
   }
 }
 
+JSON ControlService::requestJSON(const ApprovalRequest& request) const {
+  JSON json = toJSON(request);
+  if (request.decision == Decision::askRemote &&
+      (!agent_.remoteApprovalAvailable() || (hooks_.remoteOffline && hooks_.remoteOffline())))
+    json["remoteOffline"] = true;
+  return json;
+}
+
+JSON ControlService::pendingList() const {
+  JSON list = JSON::array();
+  for (const ApprovalRequest& request : approver_.pending()) list.push_back(requestJSON(request));
+  return {{"ok", true}, {"pending", list}};
+}
+
+void ControlService::remoteStatusChanged() {
+  ++remoteStatusChanges_;
+  MutexLock lock(refreshMutex_);
+  for (const auto& [stream, refresh] : refreshers_) refresh();
+}
+
 void ControlService::watch(int fd, std::stop_token shutdown) {
   std::mutex writeMutex;
   auto write = [&](const JSON& line) {
     std::lock_guard lock(writeMutex);
     writeControlLine(fd, line);
   };
-  // A request for a paired device that waits here because remote approval is unavailable says
-  // so, for the frontend to tell the user to answer on this computer.
+  // A request for a paired device that waits here because remote approval is unavailable or
+  // offline says so, for the frontend to tell the user to answer on this computer.
   auto requestLine = [&](const ApprovalRequest& request) {
-    JSON json = toJSON(request);
-    if (request.decision == Decision::askRemote && !agent_.remoteApprovalAvailable())
-      json["remoteOffline"] = true;
-    return JSON{{"event", "request"}, {"request", json}};
+    return JSON{{"event", "request"}, {"request", requestJSON(request)}};
   };
   // The answer and the requests waiting now go out before any event that happens meanwhile:
   // events wait for this lock, so a request that ends now is never announced after its end (it
@@ -381,10 +396,26 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
            {"ending", std::string(kEndingNames.name(event.ending))}});
   });
   ++watchers_;
+  const uint64_t statusSeen = remoteStatusChanges_.load();
   writeControlLine(fd, success());
   for (const ApprovalRequest& request : approver_.pending())
     writeControlLine(fd, requestLine(request));
   starting.unlock();
+
+  // Requests for paired devices go out again when remote approval's status changes. The refresh
+  // is registered only now, so that it never waits for this stream's start while holding the
+  // list of refreshes; a change that came meanwhile is caught up with at once.
+  auto refresh = [&] {
+    for (const ApprovalRequest& request : approver_.pending())
+      if (request.decision == Decision::askRemote) write(requestLine(request));
+  };
+  int refresher = 0;
+  {
+    MutexLock lock(refreshMutex_);
+    refresher = nextRefresher_++;
+    refreshers_[refresher] = refresh;
+  }
+  if (remoteStatusChanges_.load() != statusSeen) refresh();
 
   // A watching client only listens; wait until it hangs up or the agent stops.
   pollfd entry{fd, POLLRDHUP, 0};
@@ -393,6 +424,10 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
     if (::poll(&entry, 1, 200) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) break;
   }
   --watchers_;
+  {
+    MutexLock lock(refreshMutex_);
+    refreshers_.erase(refresher);
+  }
   approver_.unsubscribe(token);
 }
 

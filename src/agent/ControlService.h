@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -10,6 +11,7 @@
 #include "AgentEngine/LocalApprover.h"
 #include "AgentEngine/PresenceGate.h"
 #include "Base/JSONReader.h"
+#include "Base/Mutex.h"
 #include "Platform/Clock.h"
 #include "Platform/PresenceVerifier.h"
 
@@ -31,6 +33,9 @@ class ControlService {
     // Checks the PIN of a hardware key that has one (KeyStore::checkPIN); throws KeyStoreError
     // (wrongPIN, pinLockedOut). Empty: no key has a PIN, and none is asked for.
     std::function<void(const KeyRecord&, const SecureBytes&)> checkPIN = nullptr;
+    // Whether the relay that carries requests to paired devices is out of reach now. Empty:
+    // never.
+    std::function<bool()> remoteOffline = nullptr;
   };
 
   // How long the agent waits for a reply to a verification prompt.
@@ -48,6 +53,11 @@ class ControlService {
 
   // How many watch streams (prompt frontends) are open now.
   int watchers() const { return watchers_.load(); }
+
+  // Remote approval turned available, unavailable, offline or online: every watch stream is sent
+  // the requests for paired devices again, with "remoteOffline" as it is now, and the frontends
+  // update the requests they show.
+  void remoteStatusChanged();
 
  private:
   JSON answer(const JSONReader& message, PresenceConversation& conversation);
@@ -68,12 +78,21 @@ class ControlService {
   JSON verified(const std::string& reason, PresenceConversation& conversation, bool always,
                 const std::function<JSON()>& action);
   void watch(int fd, std::stop_token shutdown);
+  // A request as frontends get it: with "remoteOffline": true when it was meant for paired
+  // devices and must be answered here (remote approval unavailable, or its relay offline).
+  JSON requestJSON(const ApprovalRequest& request) const;
+  JSON pendingList() const;
 
   Agent& agent_;
   LocalApprover& approver_;
   PresenceGate& presence_;
   Hooks hooks_;
   std::atomic<int> watchers_{0};
+  // What each watch stream does when remote approval's status changes, by stream.
+  Mutex refreshMutex_;
+  std::map<int, std::function<void()>> refreshers_ GUARDED_BY(refreshMutex_);
+  int nextRefresher_ GUARDED_BY(refreshMutex_) = 0;
+  std::atomic<uint64_t> remoteStatusChanges_{0};
 };
 
 }  // namespace quorvane

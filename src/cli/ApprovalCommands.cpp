@@ -5,6 +5,7 @@
 
 #include "ControlProtocol/ControlClient.h"
 #include "ControlProtocol/ControlMessages.h"
+#include "PromptModel/PromptRequest.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
@@ -32,6 +33,7 @@ void showRequest(const JSON& request) {
     std::cout << "           " << path.get<std::string>() << "\n";
   if (origin.contains("workingDirectory"))
     std::cout << "  folder   " << origin.value("workingDirectory", "") << "\n";
+  if (request.value("remoteOffline", false)) std::cout << "  " << kRemoteOfflineText << "\n";
 }
 
 namespace {

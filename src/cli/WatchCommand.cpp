@@ -2,6 +2,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <iostream>
@@ -10,6 +11,7 @@
 
 #include "ControlProtocol/ControlClient.h"
 #include "ControlProtocol/ControlError.h"
+#include "PromptModel/PromptRequest.h"
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
@@ -61,6 +63,13 @@ class TypedInput {
   std::string pending_;
 };
 
+// The choices for `request`, as the line that waits for the answer.
+std::string answerPrompt(const JSON& request) {
+  const bool window = request.value("windowAllowed", false);
+  return std::string("  [o]nce") + (window ? ", [w]indow (5m 15m 30m 1h 12h 24h)" : "") +
+         ", [d]eny, deny and [b]lock > ";
+}
+
 // One watch session on one agent connection: the requests waiting now, oldest first; the first
 // is the one on screen.
 class WatchSession {
@@ -100,8 +109,21 @@ bool WatchSession::run() {
 void WatchSession::onEvent(const JSON& event) {
   const std::string kind = event.value("event", "");
   if (kind == "request") {
-    waiting_.push_back(event["request"]);
-    if (waiting_.size() == 1) showFront();
+    const JSON& request = event["request"];
+    auto queued = std::ranges::find_if(
+        waiting_, [&](const JSON& r) { return r.value("id", "") == request.value("id", ""); });
+    if (queued == waiting_.end()) {
+      waiting_.push_back(request);
+      if (waiting_.size() == 1) showFront();
+      return;
+    }
+    // Announced again: the agent tells that it must now be answered here (or no longer must).
+    const bool nowOffline =
+        request.value("remoteOffline", false) && !queued->value("remoteOffline", false);
+    const bool shown = queued == waiting_.begin();
+    *queued = request;
+    if (shown && nowOffline)
+      std::cout << "\n  " << kRemoteOfflineText << "\n" << answerPrompt(request) << std::flush;
     return;
   }
   if (kind != "ended") return;
@@ -122,9 +144,7 @@ void WatchSession::showFront() {
   const JSON& request = waiting_.front();
   showRequest(request);
   if (waiting_.size() > 1) std::cout << "  (" << waiting_.size() - 1 << " more waiting)\n";
-  const bool window = request.value("windowAllowed", false);
-  std::cout << "  [o]nce" << (window ? ", [w]indow (5m 15m 30m 1h 12h 24h)" : "")
-            << ", [d]eny, deny and [b]lock > " << std::flush;
+  std::cout << answerPrompt(request) << std::flush;
 }
 
 void WatchSession::onLine(const std::string& answer) {

@@ -175,6 +175,8 @@ void PromptWindow::onLine(const JSON& line) {
     // Another request waits behind the one on screen (or one of those ended): the count changes.
     gtk_label_set_text(GTK_LABEL(count_), queue_.countText().c_str());
     gtk_widget_set_visible(count_, queue_.count() > 1);
+    // The request on screen announced again: whether it must be answered here may have changed.
+    if (change.shownUpdated) gtk_widget_set_visible(offline_, queue_.shown()->remoteOffline);
     return;
   }
   std::string ended;

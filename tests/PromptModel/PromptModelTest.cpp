@@ -302,8 +302,9 @@ TEST(PromptChoices, EscapeDeniesWithoutABlockAndNothingIsTheDefault) {
 }
 
 // The stream may announce a request twice (once as waiting when the dialog connects, once as
-// new); a second announcement never brings back a request that ended or was answered here.
-TEST(PromptQueueInput, ARequestAnnouncedAgainAfterItsEndStaysGone) {
+// new, or again when remote approval goes offline); a second announcement updates a queued
+// request and never brings back a request that ended or was answered here.
+TEST(PromptQueueInput, ARequestAnnouncedAgainIsUpdatedAndAfterItsEndStaysGone) {
   const auto request = [](const std::string& id) {
     return JSON{
         {"event", "request"},
@@ -319,7 +320,17 @@ TEST(PromptQueueInput, ARequestAnnouncedAgainAfterItsEndStaysGone) {
   PromptQueue queue;
   queue.apply(request("one"));
   EXPECT_FALSE(queue.apply(request("one")).shownChanged);
+  EXPECT_FALSE(queue.shown()->remoteOffline);
+  // Announced again with remote approval offline: the request on screen is updated, not added.
+  JSON offline = request("one");
+  offline["request"]["remoteOffline"] = true;
+  const PromptQueue::Change updated = queue.apply(offline);
+  EXPECT_FALSE(updated.shownChanged);
+  EXPECT_TRUE(updated.shownUpdated);
+  EXPECT_TRUE(queue.shown()->remoteOffline);
+  EXPECT_EQ(queue.count(), 1u);
   queue.apply(request("two"));
+  EXPECT_FALSE(queue.apply(request("two")).shownUpdated);  // waiting behind, not on screen
   EXPECT_EQ(queue.count(), 2u);
   queue.forget("one");  // answered here
   queue.apply({{"event", "ended"}, {"id", "two"}, {"ending", "expired"}});

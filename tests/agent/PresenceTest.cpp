@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -69,9 +70,16 @@ struct PresenceFixture : ::testing::Test {
                         PAMPresenceVerifier::currentUserName().value_or("root"), pam),
                     *clock, true};
   std::vector<bool> savedSettings;
-  ControlService control{agent, *approver, gate, {{}, {}, {}, [this](bool enabled) {
-                                                    savedSettings.push_back(enabled);
-                                                  }}};
+  std::atomic<bool> relayOffline{false};
+  ControlService control{agent,
+                         *approver,
+                         gate,
+                         {{},
+                          {},
+                          {},
+                          [this](bool enabled) { savedSettings.push_back(enabled); },
+                          nullptr,
+                          [this] { return relayOffline.load(); }}};
   std::filesystem::path socket = home.path() / "control.sock";
   UnixListener listener = UnixListener::open(socket);
   ConnectionServer server{
@@ -430,6 +438,44 @@ TEST(PresenceSettings, AreOnUnlessTurnedOffAndRemotePauseIsRemembered) {
   EXPECT_TRUE(remoteApprovalPaused(*keychain));
   EXPECT_EQ(setRemoteApprovalPaused(*keychain, false), kKeychainSuccess);  // updated
   EXPECT_FALSE(remoteApprovalPaused(*keychain));
+}
+
+// A request that rules send to paired devices is marked "remoteOffline" in the watch stream and
+// the pending list while the relay is out of reach, and watchers get it again when that changes.
+TEST_F(PresenceFixture, RequestsForPairedDevicesSayWhenTheyMustBeAnsweredHere) {
+  agent.replaceRules({Rule::make("to my phone", Decision::askRemote, PurposeMatch::any())});
+  agent.setRemoteApprovalAvailable(true);
+  auto watcher = ControlClient::connect(socket);
+  ASSERT_TRUE(watcher);
+  ASSERT_TRUE(watcher->request({{"message", "watch"}}).value("ok", false));
+  auto signing = startSigning(imported);
+  auto first = watcher->next();
+  ASSERT_TRUE(first);
+  const std::string id = (*first)["request"]["id"];
+  EXPECT_FALSE((*first)["request"].contains("remoteOffline"));
+
+  relayOffline = true;
+  control.remoteStatusChanged();
+  auto again = watcher->next();
+  ASSERT_TRUE(again);
+  EXPECT_EQ((*again)["event"], "request");
+  EXPECT_EQ((*again)["request"]["id"], id);
+  EXPECT_EQ((*again)["request"]["remoteOffline"], true);
+  Frontend frontend;
+  EXPECT_EQ(send({{"message", "pending"}}, frontend)["pending"][0]["remoteOffline"], true);
+  EXPECT_EQ(send({{"message", "status"}}, frontend)["remoteApproval"], "offline");
+
+  relayOffline = false;
+  agent.setRemoteApprovalAvailable(false);
+  control.remoteStatusChanged();
+  auto unavailable = watcher->next();
+  ASSERT_TRUE(unavailable);
+  EXPECT_EQ((*unavailable)["request"]["remoteOffline"], true);
+  EXPECT_EQ(send({{"message", "status"}}, frontend)["remoteApproval"], "unavailable");
+
+  EXPECT_TRUE(
+      send({{"message", "answer"}, {"id", id}, {"approve", false}}, frontend).value("ok", false));
+  EXPECT_FALSE(signing.get());
 }
 
 }  // namespace
