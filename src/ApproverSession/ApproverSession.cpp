@@ -197,12 +197,16 @@ void ApproverSession::withdrawSendToken(const PairedMac& computer, std::stop_tok
       .transport.revokeSendToken(*own, *computer.deviceSendToken, stop);
 }
 
-std::vector<WaitingRequest> ApproverSession::waiting() {
-  const std::vector<PairedMac> macs = computers();
-  std::vector<WaitingRequest> result;
+std::vector<WaitingRequest> ApproverSession::waiting() { return snapshot().waiting; }
+
+ApproverSession::Snapshot ApproverSession::snapshot() {
+  Snapshot result;
+  result.computers = computers();
   updateInbox(support_, [&](ApproverInbox& inbox) {
     inbox.sweep(clock_.now());
-    for (const InboxRequest& request : inbox.open) result.push_back(waitingFrom(request, macs));
+    for (const InboxRequest& request : inbox.open)
+      result.waiting.push_back(waitingFrom(request, result.computers));
+    result.closed = inbox.closed;
   });
   return result;
 }

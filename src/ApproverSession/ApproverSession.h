@@ -59,6 +59,16 @@ class ApproverSession {
   // The requests that wait now, oldest first (expired ones are dropped first).
   std::vector<WaitingRequest> waiting();
 
+  // Everything a watch shows, read in one go: the waiting requests, the recently closed ones
+  // (to say why a request went: answered by another run, settled elsewhere, expired) and the
+  // paired computers. Another run's changes (an answer, a receive) show up here.
+  struct Snapshot {
+    std::vector<WaitingRequest> waiting;
+    std::vector<ClosedRequest> closed;
+    std::vector<PairedMac> computers;
+  };
+  Snapshot snapshot();
+
   // The waiting or recently closed request that `typedID` (its hex id or a prefix of it) names.
   // ApproverError: noSuchRequest, ambiguousRequest, and settledElsewhere / requestExpired /
   // alreadyAnswered for one that no longer waits.

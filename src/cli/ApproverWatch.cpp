@@ -42,10 +42,9 @@ void onInterrupt(int) {
 
 // What the receiving thread tells the main thread.
 struct WatchEvent {
-  enum class Kind { arrived, settled, expired, unpaired, rejected, offline, online, fatal };
+  enum class Kind { received, rejected, offline, online, fatal };
   Kind kind;
-  std::optional<WaitingRequest> request;
-  std::string text;  // the computer, the failure's name, or the message
+  std::string text;  // the failure's name, or the message
 };
 
 // Receives on its own thread, with its own session (sessions are used by one thread each), and
@@ -85,33 +84,28 @@ class Receiver {
       try {
         received = run_->session->receive(true, stop);
       } catch (const ApproverError& error) {
-        return post({WatchEvent::Kind::fatal, std::nullopt, error.what()});
+        return post({WatchEvent::Kind::fatal, error.what()});
       } catch (const std::exception& error) {
         received.relayFailures.emplace_back("", RelayError::transport(error.what()));
       }
       if (stop.stop_requested()) return;
-      for (WaitingRequest& request : received.arrived)
-        post({WatchEvent::Kind::arrived, std::move(request), ""});
-      for (WaitingRequest& request : received.settledElsewhere)
-        post({WatchEvent::Kind::settled, std::move(request), ""});
-      for (WaitingRequest& request : received.expired)
-        post({WatchEvent::Kind::expired, std::move(request), ""});
-      for (std::string& computer : received.unpairedBy)
-        post({WatchEvent::Kind::unpaired, std::nullopt, std::move(computer)});
+      // What arrived is read back from the inbox by the main thread, which sees other runs'
+      // changes there too; only what the inbox does not keep is told here.
       for (std::string& failure : received.rejected)
-        post({WatchEvent::Kind::rejected, std::nullopt, std::move(failure)});
+        post({WatchEvent::Kind::rejected, std::move(failure)});
+      post({WatchEvent::Kind::received, ""});
       if (!received.relayFailures.empty()) {
         // Said once per outage; the back-off keeps a dead relay from being asked in a loop.
         const auto& [relayURL, error] = received.relayFailures.front();
         if (!offline)
-          post({WatchEvent::Kind::offline, std::nullopt,
-                relayURL.empty() ? std::string("Receiving failed: ") + error.what()
-                                 : relayProblemText(relayURL, error)});
+          post({WatchEvent::Kind::offline, relayURL.empty()
+                                               ? std::string("Receiving failed: ") + error.what()
+                                               : relayProblemText(relayURL, error)});
         offline = true;
         if (!sleepUnlessStopped(backoff.delayAfterFailure(), stop)) return;
         continue;
       }
-      if (offline) post({WatchEvent::Kind::online, std::nullopt, ""});
+      if (offline) post({WatchEvent::Kind::online, ""});
       offline = false;
       backoff.succeeded();
       const double took =
@@ -162,25 +156,26 @@ bool offersFiveMinutes(const ApprovalRequestMessage& request) {
   return false;
 }
 
-// The watch on the main thread: the requests waiting, oldest first; on a terminal the first is
-// the one on screen and the keyboard answers it.
+// The watch on the main thread. It shows what the inbox holds, read again after every receive
+// and every second, so that changes made by other runs (an answer given with `approver answer`,
+// another watch receiving first) show too. On a terminal the oldest waiting request is the one
+// on screen and the keyboard answers it.
 class ApproverWatch {
  public:
   ApproverWatch(bool json, bool interactive, int wakeReadFD)
       : run_(ApproverRun::open()), json_(json), interactive_(interactive), wake_(wakeReadFD) {}
 
-  // Runs until Ctrl-C, the end of the typed input, or a failure that ends it (exit code 1).
-  int run();
+  // Runs until Ctrl-C or the end of the typed input; a failure that ends it is returned.
+  std::optional<std::string> run();
 
  private:
-  void onEvent(WatchEvent event);
+  // Compares the inbox with what is known and tells the differences.
+  void refresh();
+  void arrived(const WaitingRequest& request);
+  void gone(const WaitingRequest& request, bool wasShown, const ApproverSession::Snapshot& now);
+  void onEvent(const WatchEvent& event);
   void onLine(const std::string& line);
   void showFront();
-  // Drops the front request when its deadline passed while it was on screen.
-  void expireFront();
-  void catchUpQuietly();
-  // Removes a request from the queue; whether it was the one on screen.
-  bool remove(const Bytes& requestID);
   void emit(const JSON& event) {
     std::cout << event.dump(-1, ' ', false, JSON::error_handler_t::replace) << "\n";
   }
@@ -191,29 +186,28 @@ class ApproverWatch {
   const bool interactive_;
   const int wake_;
   TypedLines typed_;
-  std::deque<WaitingRequest> queue_;
+  std::vector<WaitingRequest> known_;  // the waiting requests as last shown, oldest first
+  std::vector<std::string> computers_;
 };
 
-int ApproverWatch::run() {
-  const std::vector<PairedMac> computers = run_->session->computers();
-  if (computers.empty()) throw ApproverError(ApproverErrorKind::notPaired, "");
+std::optional<std::string> ApproverWatch::run() {
+  for (const PairedMac& mac : run_->session->computers()) computers_.push_back(mac.identity.name);
+  if (computers_.empty()) throw ApproverError(ApproverErrorKind::notPaired, "");
   if (!json_) {
     std::cout << "Watching for requests from ";
-    for (size_t i = 0; i < computers.size(); ++i)
-      std::cout << (i == 0 ? "" : ", ") << printable(computers[i].identity.name);
+    for (size_t i = 0; i < computers_.size(); ++i)
+      std::cout << (i == 0 ? "" : ", ") << printable(computers_[i]);
     std::cout << " (Ctrl-C to stop).\n";
     if (!interactive_)
       std::cout << "Standard input is not a terminal: requests are listed; answer them with "
                    "quorvane approver answer ID.\n";
   }
-  catchUpQuietly();
-  for (WaitingRequest& request : run_->session->waiting())
-    onEvent({WatchEvent::Kind::arrived, std::move(request), ""});
-  if (interactive_ && queue_.empty()) showFront();
+  refresh();
+  if (interactive_ && known_.empty()) showFront();
 
   Receiver receiver;
   receiver.start();
-  int exitCode = 0;
+  std::optional<std::string> failure;
   while (!interrupted) {
     pollfd watched[2] = {{wake_, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
     if (::poll(watched, interactive_ ? 2 : 1, 1000) < 0) continue;  // a signal: checked above
@@ -222,68 +216,98 @@ int ApproverWatch::run() {
       while (::read(wake_, drain, sizeof drain) > 0) {
       }
     }
-    for (WatchEvent& event : receiver.take()) {
-      if (event.kind == WatchEvent::Kind::fatal) {
-        std::cerr << "quorvane: " << event.text << "\n";
-        exitCode = 1;
-        interrupted = true;
-        break;
-      }
-      onEvent(std::move(event));
+    refresh();
+    for (const WatchEvent& event : receiver.take()) {
+      if (event.kind == WatchEvent::Kind::fatal) failure = event.text;
+      onEvent(event);
     }
-    if (interrupted) break;
+    if (failure) break;
     if (interactive_ && (watched[1].revents & (POLLIN | POLLHUP)) != 0) {
       if (!typed_.read()) break;  // the end of input ends the watch
       while (auto line = typed_.line()) onLine(*line);
     }
-    expireFront();
   }
   receiver.stop();
-  if (!json_) std::cout << "\nStopped watching.\n";
-  return exitCode;
+  if (!json_ && !failure) std::cout << "\nStopped watching.\n";
+  return failure;
 }
 
-void ApproverWatch::catchUpQuietly() {
-  // What arrived while nothing watched; relay trouble is reported by the receiving thread.
-  try {
-    run_->session->receive(false);
-  } catch (const RelayError&) {
+void ApproverWatch::refresh() {
+  const ApproverSession::Snapshot now = run_->session->snapshot();
+  auto waitsNow = [&](const WaitingRequest& request) {
+    return std::ranges::any_of(now.waiting, [&](const WaitingRequest& w) {
+      return w.request.requestID == request.request.requestID;
+    });
+  };
+  const std::vector<WaitingRequest> before = std::exchange(known_, now.waiting);
+  bool frontGone = false;
+  for (size_t i = 0; i < before.size(); ++i)
+    if (!waitsNow(before[i])) {
+      frontGone = frontGone || i == 0;
+      gone(before[i], i == 0, now);
+    }
+  for (const PairedMac& mac : now.computers) std::erase(computers_, mac.identity.name);
+  for (const std::string& name : computers_) {
+    if (json_) {
+      emit({{"event", "unpaired"}, {"computer", name}});
+    } else {
+      note(printable(name) + " removed its pairing with this computer.");
+    }
   }
+  computers_.clear();
+  for (const PairedMac& mac : now.computers) computers_.push_back(mac.identity.name);
+
+  bool arrivedAny = false;
+  for (const WaitingRequest& request : now.waiting)
+    if (std::ranges::none_of(before, [&](const WaitingRequest& w) {
+          return w.request.requestID == request.request.requestID;
+        })) {
+      arrivedAny = true;
+      arrived(request);
+    }
+  // On a terminal the screen shows the oldest request: again when it changed.
+  if (interactive_ && (frontGone || (arrivedAny && known_.size() == 1 && before.empty())))
+    showFront();
 }
 
-void ApproverWatch::onEvent(WatchEvent event) {
+void ApproverWatch::arrived(const WaitingRequest& request) {
+  if (json_) return emit({{"event", "request"}, {"request", waitingRequestJSON(request)}});
+  if (!interactive_) showWaitingRequest(request, run_->clock.now());
+}
+
+void ApproverWatch::gone(const WaitingRequest& request, bool wasShown,
+                         const ApproverSession::Snapshot& now) {
+  const Bytes& requestID = request.request.requestID;
+  auto closed = std::ranges::find_if(
+      now.closed, [&](const ClosedRequest& c) { return c.requestID == requestID; });
+  std::string event = "gone";
+  std::string text = "is gone (its computer is no longer paired).";
+  if (closed != now.closed.end()) switch (closed->reason) {
+      case ClosedReason::answered:
+        event = "answered";
+        text = "was answered by another quorvane command on this computer.";
+        break;
+      case ClosedReason::settledElsewhere:
+        event = "settled";
+        text = "was settled elsewhere.";
+        break;
+      case ClosedReason::expired:
+        event = "expired";
+        text = "has expired.";
+        break;
+    }
+  if (json_)
+    return emit(
+        {{"event", event}, {"id", shortRequestID(requestID)}, {"requestID", hexEncode(requestID)}});
+  if (interactive_ && !wasShown) return;
+  note("Request " + shortRequestID(requestID) + " " + text);
+}
+
+void ApproverWatch::onEvent(const WatchEvent& event) {
   using Kind = WatchEvent::Kind;
-  const std::string id = event.request ? shortRequestID(event.request->request.requestID) : "";
   switch (event.kind) {
-    case Kind::arrived:
-      if (json_)
-        return emit({{"event", "request"}, {"request", waitingRequestJSON(*event.request)}});
-      if (!interactive_) return showWaitingRequest(*event.request, run_->clock.now());
-      queue_.push_back(std::move(*event.request));
-      if (queue_.size() == 1) showFront();
-      return;
-    case Kind::settled:
-    case Kind::expired: {
-      const bool settled = event.kind == Kind::settled;
-      if (json_)
-        return emit({{"event", settled ? "settled" : "expired"},
-                     {"id", id},
-                     {"requestID", hexEncode(event.request->request.requestID)}});
-      const bool wasShown = remove(event.request->request.requestID);
-      if (interactive_ && !wasShown) return;
-      note("Request " + id + (settled ? " was settled elsewhere." : " has expired."));
-      if (wasShown) showFront();
-      return;
-    }
-    case Kind::unpaired: {
-      if (json_) return emit({{"event", "unpaired"}, {"computer", event.text}});
-      const bool wasShown = !queue_.empty() && queue_.front().computer == event.text;
-      std::erase_if(queue_, [&](const WaitingRequest& r) { return r.computer == event.text; });
-      note(printable(event.text) +
-           " removed its pairing with this computer; its requests are gone.");
-      if (wasShown) showFront();
-      return;
-    }
+    case Kind::received:
+    case Kind::fatal: return;
     case Kind::rejected:
       if (json_) return emit({{"event", "rejected"}, {"failure", event.text}});
       std::cerr << "quorvane: a message that did not open was dropped (" << event.text << ").\n";
@@ -296,44 +320,28 @@ void ApproverWatch::onEvent(WatchEvent event) {
       if (json_) return emit({{"event", "online"}});
       note("The relay answers again.");
       return;
-    case Kind::fatal: return;
   }
-}
-
-bool ApproverWatch::remove(const Bytes& requestID) {
-  const bool wasShown = !queue_.empty() && queue_.front().request.requestID == requestID;
-  std::erase_if(queue_, [&](const WaitingRequest& r) { return r.request.requestID == requestID; });
-  return wasShown;
-}
-
-void ApproverWatch::expireFront() {
-  if (!interactive_ || queue_.empty()) return;
-  const ApprovalRequestMessage& front = queue_.front().request;
-  if (millisecondsSince1970(run_->clock.now()) < front.expiresAt) return;
-  note("Request " + shortRequestID(front.requestID) + " has expired.");
-  queue_.pop_front();
-  showFront();
 }
 
 void ApproverWatch::showFront() {
   typed_.discard();
-  if (queue_.empty()) {
+  if (known_.empty()) {
     std::cout << "Waiting for requests…\n";
     return;
   }
-  const WaitingRequest& front = queue_.front();
+  const WaitingRequest& front = known_.front();
   showWaitingRequest(front, run_->clock.now());
-  if (queue_.size() > 1) std::cout << "  (" << queue_.size() - 1 << " more waiting)\n";
+  if (known_.size() > 1) std::cout << "  (" << known_.size() - 1 << " more waiting)\n";
   std::cout << "  [o]nce" << (offersFiveMinutes(front.request) ? ", [f]ive minutes" : "")
             << ", [d]eny, deny and [b]lock > " << std::flush;
 }
 
 void ApproverWatch::onLine(const std::string& typed) {
-  if (queue_.empty()) {
+  if (known_.empty()) {
     std::cout << "  Nothing is waiting; that was not an answer.\n";
     return;
   }
-  const WaitingRequest front = queue_.front();
+  const WaitingRequest front = known_.front();
   const bool fiveOffered = offersFiveMinutes(front.request);
   ApprovalDecision decision = ApprovalDecision::approve;
   qap::ApprovalScope scope = qap::ApprovalScope::once;
@@ -352,9 +360,8 @@ void ApproverWatch::onLine(const std::string& typed) {
               << std::flush;
     return;
   }
-  const std::string id = hexEncode(front.request.requestID);
   try {
-    run_->session->answer(id, decision, scope, true);
+    run_->session->answer(hexEncode(front.request.requestID), decision, scope, true);
     std::cout << "  " << done << "\n";
   } catch (const ApproverError& error) {
     std::cout << "  " << error.what() << "\n";
@@ -364,7 +371,10 @@ void ApproverWatch::onLine(const std::string& typed) {
               << std::flush;
     return;
   }
-  remove(front.request.requestID);
+  // Known to be gone: the next refresh need not say so.
+  std::erase_if(known_, [&](const WaitingRequest& w) {
+    return w.request.requestID == front.request.requestID;
+  });
   showFront();
 }
 
@@ -381,8 +391,8 @@ void watchApproverRequests(bool json) {
   ::sigaction(SIGTERM, &action, nullptr);
   std::cout << std::unitbuf;  // every line shows at once, also when the output is not a terminal
   const bool interactive = !json && ::isatty(STDIN_FILENO);
-  const int exitCode = ApproverWatch(json, interactive, fds[0]).run();
-  if (exitCode != 0) throw CommandFailure("the watch stopped", exitCode);
+  const std::optional<std::string> failure = ApproverWatch(json, interactive, fds[0]).run();
+  if (failure) throw CommandFailure(*failure);
 }
 
 }  // namespace quorvane::cli

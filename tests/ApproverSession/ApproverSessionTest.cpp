@@ -326,6 +326,23 @@ TEST_F(ApproverSessionTest, StateCarriesOverToTheNextRunOnTheSameFolder) {
   EXPECT_EQ(session().waiting()[0].request, second);
 }
 
+// A watch learns of another run's answer from the snapshot: the request no longer waits and the
+// closed list says it was answered.
+TEST_F(ApproverSessionTest, ASnapshotShowsWhatAnotherRunDid) {
+  const ApprovalRequestMessage request = sendRequest(computer);
+  ApproverSession watching = session();
+  watching.receive(false);
+  ASSERT_EQ(watching.snapshot().waiting.size(), 1u);
+  session().answer(shortRequestID(request.requestID), ApprovalDecision::deny, ApprovalScope::once,
+                   false);
+  const ApproverSession::Snapshot now = watching.snapshot();
+  EXPECT_TRUE(now.waiting.empty());
+  ASSERT_EQ(now.closed.size(), 1u);
+  EXPECT_EQ(now.closed[0].requestID, request.requestID);
+  EXPECT_EQ(now.closed[0].reason, ClosedReason::answered);
+  ASSERT_EQ(now.computers.size(), 1u);
+}
+
 TEST_F(ApproverSessionTest, AnAnswerThatCannotBeSentLeavesTheRequestWaiting) {
   const ApprovalRequestMessage request = sendRequest(computer);
   ApproverSession approving = session();
