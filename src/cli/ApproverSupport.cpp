@@ -22,7 +22,13 @@ std::optional<std::filesystem::path> HTTPRelayDirectory::caFileFor(
     const std::string& relayURL) const {
   try {
     std::optional<RelaySetting> setting = loadRelaySetting(support_);
-    if (setting && setting->baseURL == relayURL) return setting->caFile;
+    if (!setting) return std::nullopt;
+    // Compared as the HTTP library writes them back, so that "https://r.example" and
+    // "https://r.example/" are the same relay.
+    std::string problem;
+    const std::optional<std::string> wanted = checkedRelayBaseURL(relayURL, problem);
+    const std::optional<std::string> set = checkedRelayBaseURL(setting->baseURL, problem);
+    if (setting->baseURL == relayURL || (wanted && set && *wanted == *set)) return setting->caFile;
   } catch (const std::exception&) {
     // No usable setting: the system's authorities are the ones to trust.
   }
