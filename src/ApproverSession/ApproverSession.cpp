@@ -92,7 +92,10 @@ ApproverSession::Received ApproverSession::receive(bool wait, std::stop_token st
   bool fetched = false;
   for (const std::string& relayURL : relayURLs) {
     const std::optional<MailboxCredentials> own = loadOwnMailbox(*support_.keychain, relayURL);
-    if (!own) continue;  // paired before this side had a mailbox there: nothing can arrive
+    if (!own) {
+      received.withoutMailbox.push_back(relayURL);
+      continue;
+    }
     RelayConnection relay = relays_.connect(relayURL);
     // Start where the inbox says: another run may have read further than this client.
     const ApproverInbox inbox = readInbox(support_);

@@ -45,6 +45,9 @@ class ApproverSession {
     std::vector<std::string> rejected;             // QAPFailure names of dropped messages
     // Relays that could not be read, with the error.
     std::vector<std::pair<std::string, RelayError>> relayFailures;
+    // Relays of paired computers on which this side has no mailbox: nothing can arrive there
+    // until the computer is paired again.
+    std::vector<std::string> withoutMailbox;
   };
 
   // Fetches once from this side's mailbox on every relay of the paired computers and applies

@@ -28,9 +28,12 @@ ApproverOptions options;
 // Fetches what arrived since the last run, so that a listing or an answer works on fresh state.
 // A relay that can't be reached is reported and what is stored is used.
 void catchUp(ApproverSession& session) {
-  for (const auto& [relayURL, error] : session.receive(false).relayFailures)
+  const ApproverSession::Received received = session.receive(false);
+  for (const auto& [relayURL, error] : received.relayFailures)
     std::cerr << "quorvane: " << relayProblemText(relayURL, error)
               << " What arrived before is shown.\n";
+  for (const std::string& relayURL : received.withoutMailbox)
+    std::cerr << "quorvane: " << missingMailboxText(relayURL) << "\n";
 }
 
 void listPending() {

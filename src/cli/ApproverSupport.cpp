@@ -124,4 +124,9 @@ std::string relayProblemText(const std::string& relayURL, const RelayError& erro
   return "The relay " + relayURL + " can't be used now: " + relayFailureText(error);
 }
 
+std::string missingMailboxText(const std::string& relayURL) {
+  return "This computer has no mailbox on the relay " + relayURL +
+         ", so no request can reach it there. Pair again with quorvane approver pair CODE.";
+}
+
 }  // namespace quorvane::cli

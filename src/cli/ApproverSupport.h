@@ -54,4 +54,7 @@ JSON waitingRequestJSON(const WaitingRequest& waiting);
 // The relay's failure in the words the user reads, naming the relay.
 std::string relayProblemText(const std::string& relayURL, const RelayError& error);
 
+// Said when this computer has no mailbox on a paired computer's relay.
+std::string missingMailboxText(const std::string& relayURL);
+
 }  // namespace quorvane::cli

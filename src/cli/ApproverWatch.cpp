@@ -42,7 +42,7 @@ void onInterrupt(int) {
 
 // What the receiving thread tells the main thread.
 struct WatchEvent {
-  enum class Kind { received, rejected, offline, online, fatal };
+  enum class Kind { received, rejected, notice, offline, online, fatal };
   Kind kind;
   std::string text;  // the failure's name, or the message
 };
@@ -78,6 +78,7 @@ class Receiver {
   void loop(std::stop_token stop) {
     PollBackoff backoff;
     bool offline = false;
+    bool toldOfMissingMailboxes = false;
     while (!stop.stop_requested()) {
       const auto started = std::chrono::steady_clock::now();
       ApproverSession::Received received;
@@ -94,6 +95,12 @@ class Receiver {
       for (std::string& failure : received.rejected)
         post({WatchEvent::Kind::rejected, std::move(failure)});
       post({WatchEvent::Kind::received, ""});
+      // Said once: it does not change while the watch runs.
+      if (!toldOfMissingMailboxes) {
+        for (const std::string& relayURL : received.withoutMailbox)
+          post({WatchEvent::Kind::notice, missingMailboxText(relayURL)});
+        toldOfMissingMailboxes = true;
+      }
       if (!received.relayFailures.empty()) {
         // Said once per outage; the back-off keeps a dead relay from being asked in a loop.
         const auto& [relayURL, error] = received.relayFailures.front();
@@ -311,6 +318,10 @@ void ApproverWatch::onEvent(const WatchEvent& event) {
     case Kind::rejected:
       if (json_) return emit({{"event", "rejected"}, {"failure", event.text}});
       std::cerr << "quorvane: a message that did not open was dropped (" << event.text << ").\n";
+      return;
+    case Kind::notice:
+      if (json_) return emit({{"event", "notice"}, {"text", event.text}});
+      note(event.text);
       return;
     case Kind::offline:
       if (json_) return emit({{"event", "offline"}, {"text", event.text}});

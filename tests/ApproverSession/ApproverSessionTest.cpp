@@ -365,6 +365,15 @@ TEST_F(ApproverSessionTest, RelayFailuresOnReceiveAreReportedNotThrown) {
   EXPECT_EQ(received.relayFailures[0].second.status(), 500);
 }
 
+TEST_F(ApproverSessionTest, ARelayWithoutAMailboxOfThisSideIsReported) {
+  std::vector<PairedMac> macs = loadPairedMacs(support);
+  macs[0].relayURL = "https://other-relay.example/";
+  savePairedMacs(support, macs);
+  const ApproverSession::Received received = session().receive(false);
+  EXPECT_EQ(received.withoutMailbox, std::vector<std::string>{"https://other-relay.example/"});
+  EXPECT_TRUE(received.relayFailures.empty());
+}
+
 TEST_F(ApproverSessionTest, TypedIDsMustBeLongEnoughAndUnambiguous) {
   const Bytes a = hexDecode("3f2a9c1b00").value();
   const Bytes b = hexDecode("3f2a0000ff").value();
