@@ -37,6 +37,9 @@ void addDevicesPairCommand(CLI::App& devices);
 void addApproverCommands(CLI::App& app);
 // `approver pair`, added to the approver group.
 void addApproverPairCommand(CLI::App& approver);
+// `approver watch`: shows the requests of the paired computers as they arrive and, on a terminal,
+// takes the answers; with `json` (or without a terminal) it only lists them.
+void watchApproverRequests(bool json);
 
 // quorvane prompt [on|off]: whether the agent opens the desktop approval dialog by itself.
 void addPromptCommands(CLI::App& app);
