@@ -1,0 +1,229 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <future>
+
+#include "e2e/EndToEndSupport.h"
+#include "relay/RelayProcess.h"
+#include "support/TestCertificateAuthority.h"
+
+namespace quorvane::testing {
+namespace {
+
+// Two homes on this machine: the computer that runs the agent (`quorvane`, home A, with a test
+// sshd), and an approving computer (home B, only the quorvane program, no agent), paired through
+// a quorvane-relay over HTTPS on loopback with a test certificate authority.
+class RemoteApprovalEndToEnd : public ::testing::Test {
+ protected:
+  static constexpr const char* kApproverName = "second-computer";
+
+  QuorvaneHome quorvane;
+  TemporaryDirectory approverHome;
+  TemporaryDirectory relayFolder;
+  TestCertificateAuthority certificates;
+  std::unique_ptr<RelayProcess> relay;
+  std::string relayURL;
+
+  void SetUp() override {
+    ASSERT_TRUE(certificates.make("remote approval"));
+    relay = std::make_unique<RelayProcess>(
+        std::vector<std::string>{"--listen", "127.0.0.1:0", "--tls-cert",
+                                 certificates.certificate().string(), "--tls-key",
+                                 certificates.key().string(), "--db",
+                                 (relayFolder.path() / "relay.sqlite").string(), "--max-wait", "2"},
+        relayFolder.path() / "relay.log");
+    relayURL = "https://127.0.0.1:" + std::to_string(relay->port()) + "/";
+    const std::vector<std::string> setRelay = {
+        "remote", "relay", relayURL, "--ca-file", certificates.ca().string(), "--yes"};
+    ASSERT_EQ(onComputer(setRelay).exitCode, 0);
+    ASSERT_EQ(onApprover(setRelay).exitCode, 0);
+    quorvane.quorvane({"keys", "generate", "login"});
+  }
+
+  CommandResult onComputer(const std::vector<std::string>& arguments) {
+    return quorvane.quorvane(arguments, true);
+  }
+
+  // `quorvane` in the approving computer's home.
+  CommandResult onApprover(const std::vector<std::string>& arguments) {
+    std::vector<std::string> command = {
+        "env", "HOME=" + approverHome.path().string(),
+        "XDG_DATA_HOME=" + (approverHome.path() / "data").string(),
+        "QUORVANE_TPM_TCTI=device:" + (approverHome.path() / "no-tpm").string(),
+        QUORVANE_CLI_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return runCommand(command);
+  }
+
+  JSON approverJSON(const std::vector<std::string>& arguments) {
+    std::vector<std::string> withJSON = arguments;
+    withJSON.push_back("--json");
+    CommandResult result = onApprover(withJSON);
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    return JSON::parse(result.output, nullptr, false);
+  }
+
+  // Pairs the two homes as the README says: `devices pair` shows a code, `approver pair CODE`
+  // takes it, and both confirm the same short code (--yes, as a script does).
+  void pair() {
+    const auto output = quorvane.home() / "pair.log";
+    BackgroundProcess pairing(
+        {QUORVANE_CLI_BINARY, "devices", "pair", "--name", kApproverName, "--yes"}, output);
+    std::string code;
+    ASSERT_TRUE(eventually(
+        [&] {
+          const std::string text = readFile(output);
+          const size_t start = text.find("quorvane:pair:");
+          if (start == std::string::npos || text.find('\n', start) == std::string::npos)
+            return false;
+          code = text.substr(start, text.find('\n', start) - start);
+          return true;
+        },
+        std::chrono::seconds(20)))
+        << readFile(output);
+    CommandResult joined = onApprover({"approver", "pair", code, "--yes"});
+    ASSERT_EQ(joined.exitCode, 0) << joined.output;
+    ASSERT_EQ(pairing.waitFor(std::chrono::seconds(20)), 0) << readFile(output);
+  }
+
+  // Waits until the approving computer has exactly `count` requests and returns them.
+  JSON approverWaitsFor(size_t count) {
+    JSON pending;
+    EXPECT_TRUE(eventually(
+        [&] {
+          pending = approverJSON({"approver", "pending"});
+          return pending.is_array() && pending.size() == count;
+        },
+        std::chrono::seconds(20)))
+        << pending.dump();
+    return pending;
+  }
+
+  // Answers the approving computer's single request with `answer` ("approve", "deny", …).
+  void answerOnApprover(const std::vector<std::string>& answer) {
+    JSON pending = approverWaitsFor(1);
+    ASSERT_EQ(pending.size(), 1u);
+    std::vector<std::string> command = {"approver", "answer", pending[0]["id"].get<std::string>()};
+    command.insert(command.end(), answer.begin(), answer.end());
+    CommandResult answered = onApprover(command);
+    ASSERT_EQ(answered.exitCode, 0) << answered.output;
+  }
+
+  std::future<CommandResult> login(const SSHServer& server) {
+    auto command = quorvane.sshCommand(server.port(), {"echo", "in"});
+    return std::async(std::launch::async, [command] { return runCommand(command); });
+  }
+
+  std::unique_ptr<SSHServer> startServer() {
+    std::string line = quorvane.quorvane({"keys", "public", "login"}).output;
+    auto server = std::make_unique<SSHServer>(
+        quorvane.home() / "sshd", std::vector<std::string>{line.substr(0, line.find('\n'))});
+    writeFile(quorvane.home() / ".ssh" / "known_hosts", server->knownHostsLine() + "\n");
+    return server;
+  }
+
+  void askRemoteForLogins() {
+    quorvane.quorvane({"rules", "add", "--name", "logins from afar", "--decision", "askRemote",
+                       "--purpose", "login", "--yes"});
+  }
+};
+
+TEST_F(RemoteApprovalEndToEnd, ALoginIsApprovedDeniedAndApprovedForFiveMinutesFromAnotherComputer) {
+  pair();
+  JSON devices = quorvane.quorvaneJSON({"devices", "list"});
+  ASSERT_EQ(devices.size(), 1u) << devices.dump();
+  EXPECT_EQ(devices[0]["name"], kApproverName);
+  JSON computers = approverJSON({"approver", "list"});
+  ASSERT_EQ(computers.size(), 1u) << computers.dump();
+
+  askRemoteForLogins();
+  auto server = startServer();
+
+  auto approved = login(*server);
+  answerOnApprover({"approve"});
+  CommandResult result = approved.get();
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_EQ(quorvane.lastEntry()["decidedBy"], kApproverName);
+
+  auto denied = login(*server);
+  answerOnApprover({"deny"});
+  EXPECT_NE(denied.get().exitCode, 0);
+  EXPECT_EQ(quorvane.lastEntry()["outcome"], "denied");
+
+  auto windowed = login(*server);
+  answerOnApprover({"approve", "--five-minutes"});
+  EXPECT_EQ(windowed.get().exitCode, 0);
+  EXPECT_EQ(runCommand(quorvane.sshCommand(server->port(), {"true"})).exitCode, 0)
+      << "the window lets the second login through without asking";
+  EXPECT_NE(quorvane.lastEntry()["decidedBy"].get<std::string>().find("approval window"),
+            std::string::npos);
+}
+
+TEST_F(RemoteApprovalEndToEnd, AnAnswerOnThisComputerWinsAndTheApproverDropsTheRequest) {
+  pair();
+  askRemoteForLogins();
+  auto server = startServer();
+
+  auto racing = login(*server);
+  approverWaitsFor(1);
+  quorvane.approveNext();
+  EXPECT_EQ(racing.get().exitCode, 0);
+  approverWaitsFor(0);
+}
+
+TEST_F(RemoteApprovalEndToEnd, WithTheRelayGoneTheRequestSaysOfflineAndIsAnsweredHere) {
+  pair();
+  askRemoteForLogins();
+  auto server = startServer();
+
+  auto waiting = login(*server);
+  approverWaitsFor(1);
+  relay->stop(SIGTERM);
+  JSON pending;
+  EXPECT_TRUE(eventually(
+      [&] {
+        pending = quorvane.quorvaneJSON({"pending"});
+        return pending.size() == 1 && pending[0].value("remoteOffline", false);
+      },
+      std::chrono::seconds(20)))
+      << pending.dump();
+  quorvane.approveNext();
+  EXPECT_EQ(waiting.get().exitCode, 0);
+}
+
+TEST_F(RemoteApprovalEndToEnd, EitherSideUnpairs) {
+  pair();
+  ASSERT_EQ(onComputer({"devices", "remove", kApproverName}).exitCode, 0);
+  EXPECT_TRUE(quorvane.quorvaneJSON({"devices", "list"}).empty());
+  JSON computers;
+  EXPECT_TRUE(eventually(
+      [&] {
+        approverJSON({"approver", "pending"});  // takes in the notice
+        computers = approverJSON({"approver", "list"});
+        return computers.empty();
+      },
+      std::chrono::seconds(20)))
+      << computers.dump();
+
+  pair();
+  JSON listed = approverJSON({"approver", "list"});
+  ASSERT_EQ(listed.size(), 1u);
+  CommandResult unpaired = onApprover({"approver", "unpair", listed[0]["name"].get<std::string>()});
+  ASSERT_EQ(unpaired.exitCode, 0) << unpaired.output;
+  EXPECT_TRUE(approverJSON({"approver", "list"}).empty());
+  // The agent takes in the notice when it next looks at its mailbox: at the next request that
+  // would go to paired devices, which then stays on this computer.
+  askRemoteForLogins();
+  auto server = startServer();
+  auto local = login(*server);
+  quorvane.approveNext();
+  EXPECT_EQ(local.get().exitCode, 0);
+  EXPECT_TRUE(eventually(
+      [&] {
+        return quorvane.quorvaneJSON({"devices", "list"}).empty();
+      },
+      std::chrono::seconds(20)));
+}
+
+}  // namespace
+}  // namespace quorvane::testing
