@@ -23,6 +23,8 @@ class RemoteApprovalEndToEnd : public ::testing::Test {
   TestCertificateAuthority certificates;
   std::unique_ptr<RelayProcess> relay;
   std::string relayURL;
+  int pairings = 0;
+  int logins = 0;
 
   void SetUp() override {
     ASSERT_TRUE(certificates.make("remote approval"));
@@ -66,12 +68,13 @@ class RemoteApprovalEndToEnd : public ::testing::Test {
   // Pairs the two homes as the README says: `devices pair` shows a code, `approver pair CODE`
   // takes it, and both confirm the same short code (--yes, as a script does).
   void pair() {
-    const auto output = quorvane.home() / "pair.log";
+    const auto output = quorvane.home() / ("pair-" + std::to_string(++pairings) + ".log");
     BackgroundProcess pairing(
         {QUORVANE_CLI_BINARY, "devices", "pair", "--name", kApproverName, "--yes"}, output);
     std::string code;
     ASSERT_TRUE(eventually(
         [&] {
+          if (!std::filesystem::exists(output)) return false;
           const std::string text = readFile(output);
           const size_t start = text.find("quorvane:pair:");
           if (start == std::string::npos || text.find('\n', start) == std::string::npos)
@@ -109,9 +112,32 @@ class RemoteApprovalEndToEnd : public ::testing::Test {
     ASSERT_EQ(answered.exitCode, 0) << answered.output;
   }
 
-  std::future<CommandResult> login(const SSHServer& server) {
-    auto command = quorvane.sshCommand(server.port(), {"echo", "in"});
-    return std::async(std::launch::async, [command] { return runCommand(command); });
+  // ssh to `server` as a program of its own: started through `setsid -f`, so that once its shell
+  // is orphaned the ancestors the agent sees are ssh and that shell alone. ssh is then the program
+  // asking, a verified one (root's, in root's folders), which approval windows need; the test
+  // program itself, in a writable build folder, is not.
+  std::future<CommandResult> login(const SSHServer& server,
+                                   const std::vector<std::string>& remote = {"echo", "in"}) {
+    const auto folder = quorvane.home() / ("login-" + std::to_string(++logins));
+    std::filesystem::create_directories(folder);
+    std::string command;
+    for (const std::string& argument : quorvane.sshCommand(server.port(), remote))
+      command += "'" + argument + "' ";
+    const std::string script =
+        "exec >/dev/null 2>&1; cd '" + folder.string() +
+        "' || exit; i=0; while [ \"$(cut -d' ' -f4 /proc/$$/stat)\" != 1 ] && [ $i -lt 250 ]; "
+        "do i=$((i+1)); sleep 0.02; done; " +
+        command + ">out 2>&1; echo $? >rc.tmp && mv rc.tmp rc";
+    EXPECT_EQ(runCommand({"setsid", "-f", "sh", "-c", script}).exitCode, 0);
+    return std::async(std::launch::async, [folder] {
+      CommandResult result{-1, ""};
+      if (eventually([&] { return std::filesystem::exists(folder / "rc"); },
+                     std::chrono::seconds(90))) {
+        result.exitCode = std::stoi(readFile(folder / "rc"));
+        result.output = readFile(folder / "out");
+      }
+      return result;
+    });
   }
 
   std::unique_ptr<SSHServer> startServer() {
@@ -153,7 +179,7 @@ TEST_F(RemoteApprovalEndToEnd, ALoginIsApprovedDeniedAndApprovedForFiveMinutesFr
   auto windowed = login(*server);
   answerOnApprover({"approve", "--five-minutes"});
   EXPECT_EQ(windowed.get().exitCode, 0);
-  EXPECT_EQ(runCommand(quorvane.sshCommand(server->port(), {"true"})).exitCode, 0)
+  EXPECT_EQ(login(*server, {"true"}).get().exitCode, 0)
       << "the window lets the second login through without asking";
   EXPECT_NE(quorvane.lastEntry()["decidedBy"].get<std::string>().find("approval window"),
             std::string::npos);
@@ -167,7 +193,8 @@ TEST_F(RemoteApprovalEndToEnd, AnAnswerOnThisComputerWinsAndTheApproverDropsTheR
   auto racing = login(*server);
   approverWaitsFor(1);
   quorvane.approveNext();
-  EXPECT_EQ(racing.get().exitCode, 0);
+  CommandResult raced = racing.get();
+  EXPECT_EQ(raced.exitCode, 0) << raced.output;
   approverWaitsFor(0);
 }
 
@@ -208,7 +235,8 @@ TEST_F(RemoteApprovalEndToEnd, EitherSideUnpairs) {
   pair();
   JSON listed = approverJSON({"approver", "list"});
   ASSERT_EQ(listed.size(), 1u);
-  CommandResult unpaired = onApprover({"approver", "unpair", listed[0]["name"].get<std::string>()});
+  CommandResult unpaired =
+      onApprover({"approver", "unpair", listed[0]["name"].get<std::string>(), "--yes"});
   ASSERT_EQ(unpaired.exitCode, 0) << unpaired.output;
   EXPECT_TRUE(approverJSON({"approver", "list"}).empty());
   // The agent takes in the notice when it next looks at its mailbox: at the next request that
