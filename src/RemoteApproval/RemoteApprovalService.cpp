@@ -84,6 +84,9 @@ RemoteApprovalService::Asked RemoteApprovalService::ask(const ApprovalRequest& r
     }
     // Stopped before anything went out: no device has anything to be told.
     if (stop.stop_requested()) return {Asked::Status::asked, {ApprovalResult::Cancelled{}}};
+    // Every device refused or was out of reach. A device that unpaired itself revoked its send
+    // token and left a notice here: read it now, since no polling round follows this request.
+    catchUp(stop);
     setOffline(true);
     return {Asked::Status::unreachable, {ApprovalResult::Cancelled{}}};
   }
