@@ -267,6 +267,7 @@ void RemoteApprovalService::onAnswer(const Envelope& envelope) {
   {
     MutexLock lock(mutex_);
     pending_.dropAnsweredExpiredBy(now);
+    withdrawAllowances(devices);
     PendingApprovals::Accepted accepted = pending_.accept(envelope.body, mac_, candidates, now);
     const PairedDevice& answering = devices[accepted.deviceIndex];
     const Bytes& id = accepted.response.requestID;
@@ -286,6 +287,18 @@ void RemoteApprovalService::onAnswer(const Envelope& envelope) {
     stopPollingIfIdle();
   }
   changed_.notify_all();
+}
+
+// A device that may no longer approve for a key (limited to other keys, or removed since the
+// request went out) cannot decide a request for that key that it received before.
+void RemoteApprovalService::withdrawAllowances(const std::vector<PairedDevice>& devices) {
+  for (auto& [id, entry] : pending_.open)
+    std::erase_if(entry.allowedDevices, [&](const Bytes& deviceID) {
+      return std::ranges::none_of(devices, [&](const PairedDevice& device) {
+        return device.identity.identityHash() == deviceID &&
+               device.allows(entry.request.keyFingerprint);
+      });
+    });
 }
 
 void RemoteApprovalService::onUnpairNotice(const Envelope& envelope) {

@@ -113,6 +113,7 @@ class RemoteApprovalService final : public Approver {
   // `quiet`: a refused message is neither reported nor kept in `rejected`.
   void onMessage(const RelayMessage& message, bool quiet);
   void onAnswer(const Envelope& envelope);
+  void withdrawAllowances(const std::vector<PairedDevice>& devices) REQUIRES(mutex_);
   void onUnpairNotice(const Envelope& envelope);
   void outboxLoop(std::stop_token stop);
 

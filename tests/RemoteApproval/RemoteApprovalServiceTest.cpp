@@ -114,6 +114,24 @@ TEST_F(RemoteApprovalServiceTest, OnlyDevicesAllowedForTheKeyAreAskedOrHeard) {
   EXPECT_TRUE(std::holds_alternative<ApprovalResult::Denied>(answer.get().result.value));
 }
 
+TEST_F(RemoteApprovalServiceTest, ADeviceLimitedToOtherKeysMeanwhileNoLongerDecides) {
+  FarDevice tablet = pair("tablet");
+  FarDevice desk = pair("desk");
+  auto service = makeService();
+  auto answer = testing::askLater(*service, request());
+  const ApprovalRequestMessage seen = tablet.nextRequest();
+  {
+    MutexLock lock(devicesMutex);
+    paired[0].allowedKeys = std::set<std::string>{"SHA256:another key"};
+  }
+  tablet.send(macMailbox, tablet.answerFor(seen, ApprovalDecision::approve));
+  ASSERT_TRUE(eventually([&] { return !service->rejected().empty(); }));
+  EXPECT_EQ(service->rejected(), std::vector{QAPFailureKind::notAllowedForKey});
+  EXPECT_EQ(service->openRequests(), 1u) << "the request still waits for the others";
+  desk.send(macMailbox, desk.answerFor(desk.nextRequest(), ApprovalDecision::deny));
+  EXPECT_TRUE(std::holds_alternative<ApprovalResult::Denied>(answer.get().result.value));
+}
+
 TEST_F(RemoteApprovalServiceTest, NobodyAllowedForTheKeySendsNothing) {
   FarDevice watch = pair("watch", std::set<std::string>{"SHA256:another key"});
   auto service = makeService();

@@ -3,6 +3,9 @@
 
 #include <future>
 
+#include "AgentState/ProtocolIdentity.h"
+#include "Platform/FileKeychain.h"
+#include "RelayClient/RelayClient.h"
 #include "e2e/EndToEndSupport.h"
 #include "relay/RelayProcess.h"
 #include "support/TestCertificateAuthority.h"
@@ -214,6 +217,60 @@ TEST_F(RemoteApprovalEndToEnd, WithTheRelayGoneTheRequestSaysOfflineAndIsAnswere
       },
       std::chrono::seconds(20)))
       << pending.dump();
+  quorvane.approveNext();
+  EXPECT_EQ(waiting.get().exitCode, 0);
+}
+
+// The agent says in its output why it refused an answer.
+bool agentRefused(const QuorvaneHome& home, const std::string& kind) {
+  return eventually(
+      [&] {
+        return readFile(home.home() / "agent.log")
+                   .find("refused an answer from the relay: " + kind) != std::string::npos;
+      },
+      std::chrono::seconds(20));
+}
+
+TEST_F(RemoteApprovalEndToEnd, AReplayedAnswerIsRefusedAndTheNextRequestStillGoesThrough) {
+  pair();
+  askRemoteForLogins();
+  auto server = startServer();
+  auto first = login(*server);
+  answerOnApprover({"approve"});
+  ASSERT_EQ(first.get().exitCode, 0);
+
+  // Someone with this computer's mailbox token (the relay, say) posts the answer again.
+  FileKeychain keychain;
+  const std::optional<MailboxCredentials> mailbox = loadOwnMailbox(keychain, relayURL);
+  ASSERT_TRUE(mailbox);
+  RelayClient client(RelayEndpoint{relayURL, certificates.ca(), {}});
+  size_t replayed = 0;
+  for (const RelayMessage& message : client.fetch(*mailbox, false))
+    if (message.envelope.kind == EnvelopeKind::approvalResponse) {
+      client.send(addressOf(*mailbox), message.envelope, false);
+      ++replayed;
+    }
+  ASSERT_EQ(replayed, 1u);
+
+  auto second = login(*server);
+  EXPECT_TRUE(agentRefused(quorvane, "alreadyAnswered"));
+  answerOnApprover({"approve"});
+  EXPECT_EQ(second.get().exitCode, 0);
+}
+
+TEST_F(RemoteApprovalEndToEnd, ADeviceLimitedToOtherKeysWhileARequestWaitsCannotDecideIt) {
+  pair();
+  quorvane.quorvane({"keys", "generate", "other"});
+  askRemoteForLogins();
+  auto server = startServer();
+  auto waiting = login(*server);
+  JSON pending = approverWaitsFor(1);
+  ASSERT_EQ(pending.size(), 1u);
+  quorvane.quorvane({"devices", "allow", kApproverName, "--key", "other"});
+  ASSERT_EQ(
+      onApprover({"approver", "answer", pending[0]["id"].get<std::string>(), "approve"}).exitCode,
+      0);
+  EXPECT_TRUE(agentRefused(quorvane, "notAllowedForKey"));
   quorvane.approveNext();
   EXPECT_EQ(waiting.get().exitCode, 0);
 }
