@@ -22,6 +22,7 @@
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
+#include "cli/TypedLines.h"
 
 namespace quorvane::cli {
 namespace {
@@ -127,34 +128,6 @@ class Receiver {
   std::mutex mutex_;
   std::deque<WatchEvent> events_;  // guarded by mutex_
   std::jthread thread_;
-};
-
-// Lines typed on standard input, read only when poll says something is there.
-class TypedLines {
- public:
-  // Reads what is available; false at the end of input.
-  bool read() {
-    char chunk[256];
-    const ssize_t count = ::read(STDIN_FILENO, chunk, sizeof chunk);
-    if (count <= 0) return false;
-    pending_.append(chunk, static_cast<size_t>(count));
-    return true;
-  }
-  std::optional<std::string> line() {
-    const size_t end = pending_.find('\n');
-    if (end == std::string::npos) return std::nullopt;
-    std::string text = pending_.substr(0, end);
-    pending_.erase(0, end + 1);
-    return text;
-  }
-  // Forgets what was typed before now: an answer belongs to the request it was typed for.
-  void discard() {
-    ::tcflush(STDIN_FILENO, TCIFLUSH);
-    pending_.clear();
-  }
-
- private:
-  std::string pending_;
 };
 
 bool offersFiveMinutes(const ApprovalRequestMessage& request) {

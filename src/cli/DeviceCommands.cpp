@@ -82,8 +82,8 @@ void listDevices() {
       if (keys.empty()) keys = "no key";
     }
     std::cout << device.identity.name << " (" << displayName(device.kind) << ", "
-              << identityFingerprint(device.identity) << "), paired "
-              << device.pairedAt.iso8601() << "\n  approves for: " << keys << "\n";
+              << identityFingerprint(device.identity) << "), paired " << device.pairedAt.iso8601()
+              << "\n  approves for: " << keys << "\n";
   }
 }
 
@@ -99,10 +99,10 @@ void notifyRemovedDevice(const SupportState& support, const PairedDevice& device
   RelayClient client(RelayEndpoint{relay->baseURL, relay->caFile, {}});
   try {
     const Bytes macID = keys->identity().identityHash();
-    client.send(device.mailbox,
-                sealUnpairNotice({macID, device.pairingID.value_or(Bytes{})}, true, *keys,
-                                 device.identity),
-                false);
+    client.send(
+        device.mailbox,
+        sealUnpairNotice({macID, device.pairingID.value_or(Bytes{})}, true, *keys, device.identity),
+        false);
     if (mailbox && device.macSendToken) client.revokeSendToken(*mailbox, *device.macSendToken);
   } catch (const RelayError& error) {
     std::cerr << "quorvane: the device could not be told (" << relayFailureText(error)
@@ -170,14 +170,12 @@ void addDevicesCommands(CLI::App& app) {
 
   CLI::App* remove = devices->add_subcommand(
       "remove", "unpair a device: tell it, withdraw its access to the relay, forget it");
-  remove->add_option("NAME", options.name, "the device's name (quorvane devices list)")
-      ->required();
+  remove->add_option("NAME", options.name, "the device's name (quorvane devices list)")->required();
   remove->callback(removeDevice);
 
   CLI::App* allow = devices->add_subcommand(
       "allow", "choose the keys a device may approve for (every key unless limited)");
-  allow->add_option("NAME", options.name, "the device's name (quorvane devices list)")
-      ->required();
+  allow->add_option("NAME", options.name, "the device's name (quorvane devices list)")->required();
   allow->add_option("--key", options.keys, "a key the device may approve for (repeatable)");
   allow->add_flag("--all-keys", options.allKeys,
                   "every key that paired devices may approve, also keys made later");

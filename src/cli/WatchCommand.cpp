@@ -15,52 +15,27 @@
 #include "cli/CommandSupport.h"
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
+#include "cli/TypedLines.h"
 
 namespace quorvane::cli {
 namespace {
 
 using namespace std::chrono_literals;
 
-// What is typed on standard input, read only when poll says it is there, so that the watch can
-// listen to the agent and the keyboard at once.
-class TypedInput {
+// The typed lines, which also answer the agent's verification prompts.
+class TypedInput : public TypedLines {
  public:
-  // Reads what is available; false at the end of input.
-  bool read() {
-    char chunk[256];
-    const ssize_t count = ::read(STDIN_FILENO, chunk, sizeof chunk);
-    if (count <= 0) return false;
-    pending_.append(chunk, static_cast<size_t>(count));
-    return true;
-  }
-  // A whole line typed so far, without its newline.
-  std::optional<std::string> line() {
-    const size_t end = pending_.find('\n');
-    if (end == std::string::npos) return std::nullopt;
-    std::string text = pending_.substr(0, end);
-    pending_.erase(0, end + 1);
-    return text;
-  }
-  // Forgets what was typed before now, also what the terminal holds unread: an answer belongs to
-  // the request it was typed for.
-  void discard() {
-    if (::isatty(STDIN_FILENO)) ::tcflush(STDIN_FILENO, TCIFLUSH);
-    pending_.clear();
-  }
   // Answers a verification prompt: on a terminal without echo; otherwise the next typed line.
   std::optional<SecureBytes> answer(const PresencePrompt& prompt) {
     if (::isatty(STDIN_FILENO) || !prompt.asks()) return answerPresencePrompt(prompt);
     std::cerr << prompt.text << std::flush;
-    while (pending_.find('\n') == std::string::npos)
+    while (!hasLine())
       if (!read()) return std::nullopt;
     std::string text = *line();
     SecureBytes typed(ByteView(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
     secureWipe(text.data(), text.size());
     return typed;
   }
-
- private:
-  std::string pending_;
 };
 
 // The choices for `request`, as the line that waits for the answer.

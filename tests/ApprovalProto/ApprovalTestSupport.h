@@ -5,19 +5,14 @@
 #include <functional>
 
 #include "ApprovalProto/QAPFailure.h"
+#include "support/TestSupport.h"
 
 namespace quorvane::testing {
 
 // Runs `action` and returns the kind of the QAPFailure it throws; fails the calling test when it
 // throws none (and then returns a kind no case expects).
 inline QAPFailure::Kind failureOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const QAPFailure& failure) {
-    return failure.kind();
-  }
-  ADD_FAILURE() << "no QAPFailure thrown";
-  return static_cast<QAPFailure::Kind>(-1);
+  return errorKindOf<QAPFailure>(action);
 }
 
 }  // namespace quorvane::testing

@@ -8,8 +8,8 @@
 namespace quorvane {
 namespace {
 
+using testing::failureOf;
 using testing::pairingErrorOf;
-using testing::qapFailureOf;
 using Kind = PairingError::Kind;
 
 PairingCode sampleCode() {
@@ -76,9 +76,8 @@ TEST(PairingCodeTest, RejectsARelayWithoutHTTPS) {
 
 TEST(PairingCodeTest, RejectsOtherVersionsAsUnsupported) {
   for (uint32_t version : {0u, 1u, 3u})
-    EXPECT_EQ(
-        qapFailureOf([&] { parsePairingCode(codeTextOf(version, "https://r.example/", 32)); }),
-        QAPFailure::Kind::unsupportedVersion)
+    EXPECT_EQ(failureOf([&] { parsePairingCode(codeTextOf(version, "https://r.example/", 32)); }),
+              QAPFailure::Kind::unsupportedVersion)
         << version;
 }
 

@@ -18,8 +18,8 @@
 namespace quorvane {
 namespace {
 
+using testing::failureOf;
 using testing::pairingErrorOf;
-using testing::qapFailureOf;
 
 Date wallClock() {
   using namespace std::chrono;
@@ -234,7 +234,7 @@ TEST_F(PairingExchangeTest, AChangedChallengeIsDetectedByTheDevice) {
   relay.onSend = flipLastByteOf(EnvelopeKind::pairingChallenge);
   const MacPairing pairing = start();
   auto completed = awaitOnThread(pairing);
-  EXPECT_EQ(qapFailureOf([&] { join(pairing.code); }), QAPFailure::Kind::decryptionFailed);
+  EXPECT_EQ(failureOf([&] { join(pairing.code); }), QAPFailure::Kind::decryptionFailed);
   macStop.request_stop();
   EXPECT_THROW(completed.get(), RelayError);
   // The device withdrew the send token it had given the computer.
@@ -248,7 +248,7 @@ TEST_F(PairingExchangeTest, AChangedRevealIsDetectedByTheComputer) {
   const MacPairing pairing = start();
   auto completed = awaitOnThread(pairing);
   join(pairing.code);
-  EXPECT_EQ(qapFailureOf([&] { completed.get(); }), QAPFailure::Kind::decryptionFailed);
+  EXPECT_EQ(failureOf([&] { completed.get(); }), QAPFailure::Kind::decryptionFailed);
 }
 
 TEST_F(PairingExchangeTest, TheComputerStopsWaitingAtTheDeadline) {

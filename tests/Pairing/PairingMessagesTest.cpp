@@ -12,7 +12,7 @@
 namespace quorvane {
 namespace {
 
-using testing::qapFailureOf;
+using testing::failureOf;
 using Failure = QAPFailure::Kind;
 
 DeviceIdentity sampleIdentity(std::string name) {
@@ -65,7 +65,7 @@ TEST(PairingMessagesTest, RoundTrip) {
 TEST(PairingMessagesTest, EveryTruncationIsMalformed) {
   for (const Codec& codec : codecs())
     for (size_t length = 0; length < codec.valid.size(); ++length)
-      ASSERT_EQ(qapFailureOf([&] { codec.decode(ByteView(codec.valid).first(length)); }),
+      ASSERT_EQ(failureOf([&] { codec.decode(ByteView(codec.valid).first(length)); }),
                 Failure::malformed)
           << codec.name << " cut to " << length;
 }
@@ -73,7 +73,7 @@ TEST(PairingMessagesTest, EveryTruncationIsMalformed) {
 TEST(PairingMessagesTest, ATrailingByteIsMalformed) {
   for (Codec codec : codecs()) {
     codec.valid.push_back(0);
-    EXPECT_EQ(qapFailureOf([&] { codec.decode(codec.valid); }), Failure::malformed) << codec.name;
+    EXPECT_EQ(failureOf([&] { codec.decode(codec.valid); }), Failure::malformed) << codec.name;
   }
 }
 
@@ -81,7 +81,7 @@ TEST(PairingMessagesTest, OtherVersionsAreUnsupported) {
   for (Codec codec : codecs())
     for (uint8_t version : {1, 3}) {
       codec.valid[3] = version;
-      EXPECT_EQ(qapFailureOf([&] { codec.decode(codec.valid); }), Failure::unsupportedVersion)
+      EXPECT_EQ(failureOf([&] { codec.decode(codec.valid); }), Failure::unsupportedVersion)
           << codec.name;
     }
 }
@@ -96,17 +96,16 @@ TEST(PairingMessagesTest, RandomBytesNeverDecode) {
 TEST(PairingMessagesTest, FieldsOfTheWrongSizeAreMalformed) {
   PairingReply longCommitment = sampleReply();
   longCommitment.commitment = Bytes(33, 1);
-  EXPECT_EQ(qapFailureOf([&] { decodePairingReply(encodePairingReply(longCommitment)); }),
+  EXPECT_EQ(failureOf([&] { decodePairingReply(encodePairingReply(longCommitment)); }),
             Failure::malformed);
   PairingOffer badKey = sampleOffer();
   badKey.macIdentity.signingKey.pop_back();
-  EXPECT_EQ(qapFailureOf([&] { decodePairingOffer(encodePairingOffer(badKey)); }),
-            Failure::malformed);
+  EXPECT_EQ(failureOf([&] { decodePairingOffer(encodePairingOffer(badKey)); }), Failure::malformed);
   PairingOffer longName = sampleOffer();
   longName.macIdentity.name = std::string(2049, 'n');
-  EXPECT_EQ(qapFailureOf([&] { decodePairingOffer(encodePairingOffer(longName)); }),
+  EXPECT_EQ(failureOf([&] { decodePairingOffer(encodePairingOffer(longName)); }),
             Failure::malformed);
-  EXPECT_EQ(qapFailureOf([] {
+  EXPECT_EQ(failureOf([] {
               decodePairingChallenge(encodePairingChallenge({Bytes(32), {}}));
             }),
             Failure::malformed);
@@ -118,7 +117,7 @@ TEST(PairingMessagesTest, AnUnknownDeviceKindIsMalformed) {
   const size_t kindOffset = 4 + (4 + 65) + (4 + 1216) + (4 + 6);
   ASSERT_EQ(bytes[kindOffset], 3);
   bytes[kindOffset] = 4;
-  EXPECT_EQ(qapFailureOf([&] { decodePairingReply(bytes); }), Failure::malformed);
+  EXPECT_EQ(failureOf([&] { decodePairingReply(bytes); }), Failure::malformed);
 }
 
 TEST(PairingMessagesTest, ShortAuthenticationStringKeepsLeadingZeros) {

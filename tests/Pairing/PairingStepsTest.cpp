@@ -11,8 +11,8 @@
 namespace quorvane {
 namespace {
 
+using testing::failureOf;
 using testing::pairingErrorOf;
-using testing::qapFailureOf;
 using Failure = QAPFailure::Kind;
 
 class PairingStepsTest : public ::testing::Test {
@@ -60,19 +60,19 @@ TEST_F(PairingStepsTest, AnOfferNamingAnotherRelayIsRefused) {
   PairingOffer elsewhere = offer;
   elsewhere.relayURL = "https://evil.example/";
   const Envelope sealed = sealPairingOffer(elsewhere, code, crypto::randomBytes(12));
-  EXPECT_EQ(qapFailureOf([&] { openPairingOffer(sealed.body, code); }), Failure::malformed);
+  EXPECT_EQ(failureOf([&] { openPairingOffer(sealed.body, code); }), Failure::malformed);
 }
 
 TEST_F(PairingStepsTest, AReplyTaggedWithoutTheOffersSecretIsRefused) {
   EXPECT_EQ(openPairingReply(encodePairingReply(reply), offer), reply);
   // Someone without the code makes a reply to an offer of their own making.
   const PairingReply forged = replyFrom(attacker, offerFrom(mac), deviceNonce);
-  EXPECT_EQ(qapFailureOf([&] { openPairingReply(encodePairingReply(forged), offer); }),
+  EXPECT_EQ(failureOf([&] { openPairingReply(encodePairingReply(forged), offer); }),
             Failure::badSignature);
   // A relay that swaps the device's mailbox for its own breaks the tag.
   PairingReply redirected = reply;
   redirected.deviceMailbox = "relay-box";
-  EXPECT_EQ(qapFailureOf([&] { openPairingReply(encodePairingReply(redirected), offer); }),
+  EXPECT_EQ(failureOf([&] { openPairingReply(encodePairingReply(redirected), offer); }),
             Failure::badSignature);
 }
 
@@ -81,20 +81,20 @@ TEST_F(PairingStepsTest, TheDeviceNoticesThatTheComputerSawAnotherReply) {
   const PairingReply theirs = replyFrom(attacker, offer, crypto::randomBytes(32));
   const Envelope challenge = sealPairingChallenge(offer, theirs, macNonce, mac);
   // Sealed to the attacker: the device cannot even open it.
-  EXPECT_EQ(qapFailureOf([&] { openPairingChallenge(challenge.body, offer, reply, device); }),
+  EXPECT_EQ(failureOf([&] { openPairingChallenge(challenge.body, offer, reply, device); }),
             Failure::decryptionFailed);
   // A computer that saw a changed copy of the device's own reply (same keys, other kind).
   PairingReply changed = reply;
   changed.kind = DeviceKind::watch;
   const Envelope skewed = sealPairingChallenge(offer, changed, macNonce, mac);
-  EXPECT_EQ(qapFailureOf([&] { openPairingChallenge(skewed.body, offer, reply, device); }),
+  EXPECT_EQ(failureOf([&] { openPairingChallenge(skewed.body, offer, reply, device); }),
             Failure::hashMismatch);
 }
 
 TEST_F(PairingStepsTest, AChallengeFromAnotherComputerIsRefused) {
   const PairingOffer attackersOffer = offerFrom(attacker);
   const Envelope challenge = sealPairingChallenge(attackersOffer, reply, macNonce, attacker);
-  EXPECT_EQ(qapFailureOf([&] { openPairingChallenge(challenge.body, offer, reply, device); }),
+  EXPECT_EQ(failureOf([&] { openPairingChallenge(challenge.body, offer, reply, device); }),
             Failure::decryptionFailed);
 }
 
@@ -106,12 +106,12 @@ TEST_F(PairingStepsTest, ARevealWithAnotherNonceThanCommittedIsRefused) {
 
   const Envelope switched =
       sealPairingReveal(offer, reply, challenge, crypto::randomBytes(32), device);
-  EXPECT_EQ(qapFailureOf([&] { openPairingReveal(switched.body, offer, reply, macNonce, mac); }),
+  EXPECT_EQ(failureOf([&] { openPairingReveal(switched.body, offer, reply, macNonce, mac); }),
             Failure::hashMismatch);
   PairingChallenge otherNonce = challenge;
   otherNonce.macNonce = crypto::randomBytes(32);
   const Envelope echoedWrong = sealPairingReveal(offer, reply, otherNonce, deviceNonce, device);
-  EXPECT_EQ(qapFailureOf([&] { openPairingReveal(echoedWrong.body, offer, reply, macNonce, mac); }),
+  EXPECT_EQ(failureOf([&] { openPairingReveal(echoedWrong.body, offer, reply, macNonce, mac); }),
             Failure::hashMismatch);
 }
 
@@ -119,7 +119,7 @@ TEST_F(PairingStepsTest, ARevealFromAnotherDeviceIsRefused) {
   const PairingChallenge challenge{pairingTranscriptHash(offer, reply), macNonce};
   const Envelope reveal = sealPairingReveal(offer, replyFrom(attacker, offer, deviceNonce),
                                             challenge, deviceNonce, attacker);
-  EXPECT_EQ(qapFailureOf([&] { openPairingReveal(reveal.body, offer, reply, macNonce, mac); }),
+  EXPECT_EQ(failureOf([&] { openPairingReveal(reveal.body, offer, reply, macNonce, mac); }),
             Failure::decryptionFailed);
 }
 

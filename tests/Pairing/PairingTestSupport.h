@@ -6,11 +6,13 @@
 #include <memory>
 #include <string>
 
+#include "ApprovalProto/ApprovalTestSupport.h"
 #include "ApprovalProto/DeviceKeys.h"
 #include "ApprovalProto/QAPFailure.h"
 #include "ApprovalProto/SoftwareSigner.h"
 #include "Crypto/XWing.h"
 #include "Pairing/PairingError.h"
+#include "support/TestSupport.h"
 
 namespace quorvane::testing {
 
@@ -22,34 +24,14 @@ inline DeviceKeys fixedDeviceKeys(ByteView signingScalar, ByteView kemSeed, std:
   return DeviceKeys::restore(signer, kemSeed, kem->publicKey().bytes(), std::move(name));
 }
 
-// The kind of the QAPFailure that `action` throws; fails the calling test when it throws none.
-inline QAPFailure::Kind qapFailureOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const QAPFailure& failure) {
-    return failure.kind();
-  }
-  ADD_FAILURE() << "no QAPFailure thrown";
-  return static_cast<QAPFailure::Kind>(-1);
-}
-
 // The kind of the PairingError that `action` throws; fails the calling test when it throws none.
 inline PairingError::Kind pairingErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const PairingError& error) {
-    return error.kind();
-  }
-  ADD_FAILURE() << "no PairingError thrown";
-  return static_cast<PairingError::Kind>(-1);
+  return errorKindOf<PairingError>(action);
 }
 
 }  // namespace quorvane::testing
 
 namespace quorvane {
-inline void PrintTo(QAPFailure::Kind kind, std::ostream* out) {
-  *out << QAPFailure::kKindNames.name(kind);
-}
 inline void PrintTo(PairingError::Kind kind, std::ostream* out) {
   *out << PairingError::kKindNames.name(kind);
 }

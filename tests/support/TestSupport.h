@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -9,6 +11,19 @@
 #include "Base/Bytes.h"
 
 namespace quorvane::testing {
+
+// Runs `action` and returns the kind of the `Error` it throws; fails the calling test when it
+// throws none (and then returns a kind no case expects).
+template <typename Error>
+typename Error::Kind errorKindOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const Error& error) {
+    return error.kind();
+  }
+  ADD_FAILURE() << "no error of the expected type thrown";
+  return static_cast<typename Error::Kind>(-1);
+}
 
 // Bytes from hexadecimal; spaces are ignored so vectors can be grouped ("00 00 00 05").
 // A malformed literal fails the calling test.
