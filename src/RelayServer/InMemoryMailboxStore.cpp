@@ -12,6 +12,13 @@ InMemoryMailboxStore::Mailbox* InMemoryMailboxStore::find(std::string_view id) {
   return found == mailboxes_.end() ? nullptr : &found->second;
 }
 
+std::deque<InMemoryMailboxStore::Message>::iterator InMemoryMailboxStore::firstUnacknowledged(
+    Mailbox& mailbox) {
+  return std::partition_point(
+      mailbox.messages.begin(), mailbox.messages.end(),
+      [&](const Message& message) { return message.stored.seq <= mailbox.acknowledgedSeq; });
+}
+
 void InMemoryMailboxStore::createMailbox(const MailboxRecord& mailbox) {
   MutexLock lock(mutex_);
   if (mailboxes_.contains(mailbox.id))
@@ -69,9 +76,11 @@ AppendOutcome InMemoryMailboxStore::appendMessage(std::string_view id, ByteView 
   MutexLock lock(mutex_);
   Mailbox* mailbox = find(id);
   if (!mailbox) return {AppendOutcome::Result::noMailbox, 0};
-  if (mailbox->messages.size() >= maxMessages) return {AppendOutcome::Result::mailboxFull, 0};
+  const auto unacknowledged = mailbox->messages.end() - firstUnacknowledged(*mailbox);
+  if (static_cast<size_t>(unacknowledged) >= maxMessages)
+    return {AppendOutcome::Result::mailboxFull, 0};
   uint64_t seq = ++mailbox->lastSeq;
-  mailbox->messages.push_back({{seq, Bytes(data.begin(), data.end())}, now, push});
+  mailbox->messages.push_back({{seq, Bytes(data.begin(), data.end())}, now, push, std::nullopt});
   return {AppendOutcome::Result::stored, seq};
 }
 
@@ -91,6 +100,18 @@ std::vector<StoredMessage> InMemoryMailboxStore::messagesAfter(std::string_view 
   return result;
 }
 
+void InMemoryMailboxStore::acknowledge(std::string_view id, uint64_t upTo, Date now) {
+  MutexLock lock(mutex_);
+  Mailbox* mailbox = find(id);
+  if (!mailbox) return;
+  upTo = std::min(upTo, mailbox->lastSeq);
+  if (upTo <= mailbox->acknowledgedSeq) return;
+  for (auto it = firstUnacknowledged(*mailbox);
+       it != mailbox->messages.end() && it->stored.seq <= upTo; ++it)
+    it->acknowledgedAt = now;
+  mailbox->acknowledgedSeq = upTo;
+}
+
 bool InMemoryMailboxStore::deleteMailbox(std::string_view id) {
   MutexLock lock(mutex_);
   auto found = mailboxes_.find(id);
@@ -99,7 +120,7 @@ bool InMemoryMailboxStore::deleteMailbox(std::string_view id) {
   return true;
 }
 
-void InMemoryMailboxStore::expire(Date now, Date messagesBefore) {
+void InMemoryMailboxStore::expire(Date now, Date storedBefore, Date acknowledgedUntil) {
   MutexLock lock(mutex_);
   for (auto it = mailboxes_.begin(); it != mailboxes_.end();) {
     Mailbox& mailbox = it->second;
@@ -107,8 +128,12 @@ void InMemoryMailboxStore::expire(Date now, Date messagesBefore) {
       it = mailboxes_.erase(it);
       continue;
     }
-    while (!mailbox.messages.empty() && mailbox.messages.front().storedAt < messagesBefore)
-      mailbox.messages.pop_front();
+    // Both times grow with seq, so whatever is due sits at the front.
+    auto due = [&](const Message& message) {
+      return message.storedAt < storedBefore ||
+             (message.acknowledgedAt && *message.acknowledgedAt <= acknowledgedUntil);
+    };
+    while (!mailbox.messages.empty() && due(mailbox.messages.front())) mailbox.messages.pop_front();
     ++it;
   }
 }

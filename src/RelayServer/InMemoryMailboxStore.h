@@ -21,8 +21,9 @@ class InMemoryMailboxStore final : public MailboxStore {
                               size_t maxMessages) override;
   std::vector<StoredMessage> messagesAfter(std::string_view id, uint64_t after,
                                            size_t maxBytes) override;
+  void acknowledge(std::string_view id, uint64_t upTo, Date now) override;
   bool deleteMailbox(std::string_view id) override;
-  void expire(Date now, Date messagesBefore) override;
+  void expire(Date now, Date storedBefore, Date acknowledgedUntil) override;
   StoreCounts counts() override;
 
   // The push registration of a mailbox, if any (for tests).
@@ -33,15 +34,19 @@ class InMemoryMailboxStore final : public MailboxStore {
     StoredMessage stored;
     Date storedAt;
     bool push = false;
+    std::optional<Date> acknowledgedAt;
   };
   struct Mailbox {
     MailboxRecord record;
     std::vector<Bytes> sendTokenHashes;
     std::optional<PushRegistration> push;
     uint64_t lastSeq = 0;
+    uint64_t acknowledgedSeq = 0;
+    // In seq order, so the acknowledged ones come first.
     std::deque<Message> messages;
   };
   Mailbox* find(std::string_view id) REQUIRES(mutex_);
+  static std::deque<Message>::iterator firstUnacknowledged(Mailbox& mailbox);
 
   Mutex mutex_;
   std::map<std::string, Mailbox, std::less<>> mailboxes_ GUARDED_BY(mutex_);

@@ -66,6 +66,11 @@ using ArrivalListener = std::function<void(const std::string& mailboxId)>;
 //
 // Sequence numbers start at 1 in each mailbox and only grow, also when messages expire and across
 // restarts.
+//
+// Each mailbox also keeps its owner's acknowledged position: the highest seq its owner has said
+// it read. Messages at or below it no longer count toward the mailbox's limit, and each records
+// when it was acknowledged, so that expiry removes it a grace period later (another client of
+// the same owner may still be a little behind).
 class MailboxStore {
  public:
   virtual ~MailboxStore() = default;
@@ -79,17 +84,21 @@ class MailboxStore {
   // Whether the token was there to remove.
   virtual bool removeSendToken(std::string_view id, ByteView tokenHash) = 0;
   virtual void setPushRegistration(std::string_view id, const PushRegistration& registration) = 0;
-  // Appends a message unless the mailbox already holds `maxMessages`.
+  // Appends a message unless the mailbox already holds `maxMessages` not yet acknowledged.
   virtual AppendOutcome appendMessage(std::string_view id, ByteView data, bool push, Date now,
                                       size_t maxMessages) = 0;
   // The messages with seq above `after`, in order, until their data passes `maxBytes` (at least
   // one message when there is any).
   virtual std::vector<StoredMessage> messagesAfter(std::string_view id, uint64_t after,
                                                    size_t maxBytes) = 0;
+  // Records that the owner has read every message up to `upTo` (no further than the last seq
+  // given out), at `now`. The position never goes down: a lower `upTo` changes nothing.
+  virtual void acknowledge(std::string_view id, uint64_t upTo, Date now) = 0;
   // Removes a mailbox with its tokens and messages; whether it existed.
   virtual bool deleteMailbox(std::string_view id) = 0;
-  // Removes ephemeral mailboxes past their end and messages stored before `messagesBefore`.
-  virtual void expire(Date now, Date messagesBefore) = 0;
+  // Removes ephemeral mailboxes past their end, messages stored before `storedBefore` and
+  // messages acknowledged at or before `acknowledgedUntil`.
+  virtual void expire(Date now, Date storedBefore, Date acknowledgedUntil) = 0;
   virtual StoreCounts counts() = 0;
   // Registers the listener for arrivals through other processes; stores that no other process
   // shares never call it.

@@ -37,7 +37,8 @@ return {fields[1], fields[2] or '', redis.call('SISMEMBER', KEYS[2], ARGV[1])}
 // Returns the new seq, -1 without the mailbox, -2 when it is full.
 constexpr const char* kAppendScript = R"lua(
 if redis.call('EXISTS', KEYS[1]) == 0 then return -1 end
-if redis.call('ZCARD', KEYS[2]) >= tonumber(ARGV[4]) then return -2 end
+local acked = redis.call('HGET', KEYS[1], 'acked_seq') or '0'
+if redis.call('ZCOUNT', KEYS[2], '(' .. acked, '+inf') >= tonumber(ARGV[4]) then return -2 end
 local seq = redis.call('HINCRBY', KEYS[1], 'last_seq', 1)
 if ARGV[5] == '1' then redis.call('HINCRBY', KEYS[1], 'push_requests', 1) end
 redis.call('ZADD', KEYS[2], seq, string.format('%020d', seq) .. ARGV[2])
@@ -46,34 +47,69 @@ redis.call('PUBLISH', KEYS[4], ARGV[1])
 return seq
 )lua";
 
-// KEYS: mailbox, tokens, messages, mailboxes, ages. ARGV: id. Returns 1 when the mailbox existed.
+// KEYS: mailbox, messages, acked. ARGV: id, position, now. Raises the acknowledged position to
+// the position (at most the last seq) and records the time for each message it passes. A
+// mailbox's messages have every seq from its oldest to its last (expiry removes the oldest
+// first), so the messages passed are counted from the first one above the old position.
+constexpr const char* kAcknowledgeScript = R"lua(
+local fields = redis.call('HMGET', KEYS[1], 'last_seq', 'acked_seq')
+if not fields[1] then return 0 end
+local old = tonumber(fields[2] or '0')
+local position = math.min(tonumber(ARGV[2]), tonumber(fields[1]))
+if position <= old then return 0 end
+local first = redis.call('ZRANGEBYSCORE', KEYS[2], '(' .. old, position,
+                        'WITHSCORES', 'LIMIT', 0, 1)
+if #first == 2 then
+  for seq = tonumber(first[2]), position do
+    redis.call('ZADD', KEYS[3], ARGV[3], ARGV[1] .. ' ' .. seq)
+  end
+end
+redis.call('HSET', KEYS[1], 'acked_seq', string.format('%d', position))
+return 1
+)lua";
+
+// KEYS: mailbox, tokens, messages, mailboxes, ages, acked. ARGV: id. Returns 1 when the mailbox
+// existed.
 constexpr const char* kDeleteScript = R"lua(
 local existed = redis.call('EXISTS', KEYS[1])
 for _, member in ipairs(redis.call('ZRANGE', KEYS[3], 0, -1)) do
-  redis.call('ZREM', KEYS[5], ARGV[1] .. ' ' .. tonumber(string.sub(member, 1, 20)))
+  local entry = ARGV[1] .. ' ' .. tonumber(string.sub(member, 1, 20))
+  redis.call('ZREM', KEYS[5], entry)
+  redis.call('ZREM', KEYS[6], entry)
 end
 redis.call('DEL', KEYS[1], KEYS[2], KEYS[3])
 redis.call('ZREM', KEYS[4], ARGV[1])
 return existed
 )lua";
 
-// KEYS: mailboxes, ages. ARGV: prefix, now, messages before, batch.
+// KEYS: mailboxes, ages, acked. ARGV: prefix, now, stored before, batch, acknowledged until.
+// An ended mailbox's messages leave the ages and acked sets with it, so that the count of
+// messages stored stays right.
 constexpr const char* kExpireScript = R"lua(
-local ended = redis.call('ZRANGEBYSCORE', KEYS[1], '-inf', ARGV[2], 'LIMIT', 0, ARGV[4])
-for _, id in ipairs(ended) do
-  redis.call('DEL', ARGV[1] .. 'mailbox:' .. id, ARGV[1] .. 'tokens:' .. id,
-             ARGV[1] .. 'messages:' .. id)
-  redis.call('ZREM', KEYS[1], id)
-end
-local old = redis.call('ZRANGEBYSCORE', KEYS[2], '-inf', '(' .. ARGV[3], 'LIMIT', 0, ARGV[4])
-for _, entry in ipairs(old) do
+local function removeMessage(entry)
   local space = string.find(entry, ' ', 1, true)
   local id = string.sub(entry, 1, space - 1)
   local seq = string.sub(entry, space + 1)
   redis.call('ZREMRANGEBYSCORE', ARGV[1] .. 'messages:' .. id, seq, seq)
   redis.call('ZREM', KEYS[2], entry)
+  redis.call('ZREM', KEYS[3], entry)
 end
-return #ended + #old
+local ended = redis.call('ZRANGEBYSCORE', KEYS[1], '-inf', ARGV[2], 'LIMIT', 0, ARGV[4])
+for _, id in ipairs(ended) do
+  local messages = ARGV[1] .. 'messages:' .. id
+  for _, member in ipairs(redis.call('ZRANGE', messages, 0, -1)) do
+    local entry = id .. ' ' .. tonumber(string.sub(member, 1, 20))
+    redis.call('ZREM', KEYS[2], entry)
+    redis.call('ZREM', KEYS[3], entry)
+  end
+  redis.call('DEL', ARGV[1] .. 'mailbox:' .. id, ARGV[1] .. 'tokens:' .. id, messages)
+  redis.call('ZREM', KEYS[1], id)
+end
+local old = redis.call('ZRANGEBYSCORE', KEYS[2], '-inf', '(' .. ARGV[3], 'LIMIT', 0, ARGV[4])
+for _, entry in ipairs(old) do removeMessage(entry) end
+local read = redis.call('ZRANGEBYSCORE', KEYS[3], '-inf', ARGV[5], 'LIMIT', 0, ARGV[4])
+for _, entry in ipairs(read) do removeMessage(entry) end
+return #ended + #old + #read
 )lua";
 
 std::string text(ByteView bytes) { return std::string(bytes.begin(), bytes.end()); }
@@ -274,17 +310,24 @@ std::vector<StoredMessage> RedisMailboxStore::messagesAfter(std::string_view id,
   return result;
 }
 
+void RedisMailboxStore::acknowledge(std::string_view id, uint64_t upTo, Date now) {
+  static const Script kAcknowledge{kAcknowledgeScript};
+  script(kAcknowledge, {"3", key("mailbox", id), key("messages", id), key("acked"), std::string(id),
+                        std::to_string(upTo), number(now.secondsSince1970)});
+}
+
 bool RedisMailboxStore::deleteMailbox(std::string_view id) {
   static const Script kDelete{kDeleteScript};
-  return script(kDelete, {"5", key("mailbox", id), key("tokens", id), key("messages", id),
-                          key("mailboxes"), key("ages"), std::string(id)})
+  return script(kDelete, {"6", key("mailbox", id), key("tokens", id), key("messages", id),
+                          key("mailboxes"), key("ages"), key("acked"), std::string(id)})
              ->integer == 1;
 }
 
-void RedisMailboxStore::expire(Date now, Date messagesBefore) {
+void RedisMailboxStore::expire(Date now, Date storedBefore, Date acknowledgedUntil) {
   static const Script kExpire{kExpireScript};
-  script(kExpire, {"2", key("mailboxes"), key("ages"), prefix_, number(now.secondsSince1970),
-                   number(messagesBefore.secondsSince1970), std::to_string(kExpiryBatch)});
+  script(kExpire, {"3", key("mailboxes"), key("ages"), key("acked"), prefix_,
+                   number(now.secondsSince1970), number(storedBefore.secondsSince1970),
+                   std::to_string(kExpiryBatch), number(acknowledgedUntil.secondsSince1970)});
 }
 
 StoreCounts RedisMailboxStore::counts() {

@@ -24,15 +24,17 @@ RedisAddress parseRedisURL(const std::string& url);
 
 // The relay's store in a Redis server, so that several relay processes share one state. Keys
 // begin with `prefix`:
-//   PREFIX mailbox:ID   hash: secret (SHA-256), expires (ephemeral only), last_seq, push_*
+//   PREFIX mailbox:ID   hash: secret (SHA-256), expires (ephemeral only), last_seq, acked_seq
+//                       (the owner's acknowledged position), push_*
 //   PREFIX tokens:ID    set of send token hashes
 //   PREFIX messages:ID  sorted set scored by seq; each member is the seq (20 digits) then the data
 //   PREFIX mailboxes    sorted set of ids scored by their end (permanent: +inf)
 //   PREFIX ages         sorted set of "ID SEQ" scored by the time each message was stored
-// Appends, deletions and expiry run as Lua scripts, atomic in Redis. Every append is published on
-// the channel PREFIX arrivals with the mailbox id; a thread of the store's own listens there and
-// tells the arrival listener, so that a fetch waiting on one relay process is woken by a send
-// through another.
+//   PREFIX acked        sorted set of "ID SEQ" scored by the time each message was acknowledged
+// Appends, acknowledgements, deletions and expiry run as Lua scripts, atomic in Redis. Every append
+// is published on the channel PREFIX arrivals with the mailbox id; a thread of the store's own
+// listens there and tells the arrival listener, so that a fetch waiting on one relay process is
+// woken by a send through another.
 //
 // Durability is the Redis server's (its append-only file, when the operator turns it on). Calls
 // from several threads use a small pool of connections, each under its own lock; a broken one is
@@ -54,8 +56,9 @@ class RedisMailboxStore final : public MailboxStore {
                               size_t maxMessages) override;
   std::vector<StoredMessage> messagesAfter(std::string_view id, uint64_t after,
                                            size_t maxBytes) override;
+  void acknowledge(std::string_view id, uint64_t upTo, Date now) override;
   bool deleteMailbox(std::string_view id) override;
-  void expire(Date now, Date messagesBefore) override;
+  void expire(Date now, Date storedBefore, Date acknowledgedUntil) override;
   StoreCounts counts() override;
   // Starts the thread that listens for arrivals; the listener runs on it.
   void setArrivalListener(ArrivalListener listener) override;

@@ -40,11 +40,16 @@ inline constexpr uint8_t kLastEnvelopeKind = 8;
 
 // The limits an operator may change (flags of quorvane-relay), with their defaults.
 struct RelayLimits {
-  // Messages a mailbox holds at most; a send beyond it is refused (429) until old ones expire or
-  // the owner deletes the mailbox.
+  // Messages a mailbox holds at most, not counting those its owner has acknowledged (fetched
+  // past); a send beyond it is refused (429) until old ones expire, the owner reads on, or the
+  // owner deletes the mailbox.
   size_t maxMessagesPerMailbox = 500;
   // Messages older than this are removed.
   double messageLifetimeSeconds = 24 * 60 * 60;
+  // Messages the owner acknowledged are removed this long after (0: at the next expiry run).
+  // The wait lets a second client of the same owner (a watcher beside a one-shot command),
+  // whose cursor is a little behind, still read them.
+  double acknowledgedLifetimeSeconds = 10 * 60;
   // Mailbox creations per client address and minute (a burst of that many, then refilled evenly).
   double creationsPerMinute = 30;
   // Sends per client address and minute.

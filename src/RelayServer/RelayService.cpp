@@ -158,7 +158,7 @@ RelayAnswer RelayService::route(const RelayRequest& request, const Route& route,
       return emptyAnswer(204);
     }
     case RouteKind::send: return send(route, request, now);
-    case RouteKind::fetch: return fetch(route);
+    case RouteKind::fetch: return fetch(route, now);
     case RouteKind::deleteMailbox: {
       const bool existed = store_.deleteMailbox(route.mailboxId);
       waiting_.wake(route.mailboxId);
@@ -205,9 +205,13 @@ RelayAnswer RelayService::send(const Route& route, const RelayRequest& request, 
   return emptyAnswer(202);
 }
 
-RelayAnswer RelayService::fetch(const Route& route) {
+RelayAnswer RelayService::fetch(const Route& route, Date now) {
   if (!route.afterValid) return errorAnswer(400, "after must be a decimal number");
-  RelayAnswer answer = fetchNow({route.mailboxId, route.after.value_or(0)});
+  // Only the owner gets here, and owners read forward: a cursor says everything up to it has
+  // been read, so those messages stop taking room in the mailbox.
+  const uint64_t after = route.after.value_or(0);
+  if (after > 0) store_.acknowledge(route.mailboxId, after, now);
+  RelayAnswer answer = fetchNow({route.mailboxId, after});
   if (!route.wait) answer.wait.reset();
   return answer;
 }
@@ -235,6 +239,9 @@ RelayAnswer RelayService::metricsAnswer() {
   return answer;
 }
 
-void RelayService::expire(Date now) { store_.expire(now, now - limits_.messageLifetimeSeconds); }
+void RelayService::expire(Date now) {
+  store_.expire(now, now - limits_.messageLifetimeSeconds,
+                now - limits_.acknowledgedLifetimeSeconds);
+}
 
 }  // namespace quorvane::relay

@@ -41,7 +41,7 @@ class RelayService {
   RelayAnswer route(const RelayRequest& request, const Route& route, Date now);
   RelayAnswer createMailbox(const Route& route, const RelayRequest& request, Date now);
   RelayAnswer send(const Route& route, const RelayRequest& request, Date now);
-  RelayAnswer fetch(const Route& route);
+  RelayAnswer fetch(const Route& route, Date now);
   RelayAnswer metricsAnswer();
 
   MailboxStore& store_;

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "ActivityStore/ActivityStoreError.h"
 #include "ActivityStore/SQLite.h"
 #include "RelayServer/RelayCredentials.h"
@@ -11,7 +13,9 @@ namespace quorvane::relay {
 namespace {
 
 // The schema. `last_seq` is kept in the mailbox row, so sequence numbers keep growing after the
-// messages that carried them expired. Credential columns hold SHA-256 hashes only.
+// messages that carried them expired. `acked_seq` is the owner's acknowledged position and a
+// message's `acked_at` the time it came at or below it. Credential columns hold SHA-256 hashes
+// only.
 constexpr const char* kSchema =
     "PRAGMA journal_mode=WAL;\n"
     "PRAGMA synchronous=NORMAL;\n"
@@ -23,6 +27,7 @@ constexpr const char* kSchema =
     "  created_at REAL NOT NULL,\n"
     "  expires_at REAL,\n"
     "  last_seq INTEGER NOT NULL DEFAULT 0,\n"
+    "  acked_seq INTEGER NOT NULL DEFAULT 0,\n"
     "  push_token TEXT, push_topic TEXT, push_production INTEGER\n"
     ");\n"
     "CREATE TABLE IF NOT EXISTS send_tokens (\n"
@@ -36,11 +41,40 @@ constexpr const char* kSchema =
     "  stored_at REAL NOT NULL,\n"
     "  push INTEGER NOT NULL,\n"
     "  data BLOB NOT NULL,\n"
+    "  acked_at REAL,\n"
     "  PRIMARY KEY (mailbox_id, seq)\n"
     ") WITHOUT ROWID;\n"
     "CREATE INDEX IF NOT EXISTS messages_by_age ON messages (stored_at);\n"
     "CREATE INDEX IF NOT EXISTS mailboxes_by_end ON mailboxes (expires_at)\n"
     "  WHERE expires_at IS NOT NULL;\n";
+
+// Files made before acknowledged positions existed lack their columns; the defaults (nothing
+// acknowledged) are what those mailboxes had.
+constexpr const char* kAcknowledgedSeqColumn =
+    "ALTER TABLE mailboxes ADD COLUMN acked_seq INTEGER NOT NULL DEFAULT 0";
+constexpr const char* kAcknowledgedAtColumn = "ALTER TABLE messages ADD COLUMN acked_at REAL";
+constexpr const char* kAcknowledgedIndex =
+    "CREATE INDEX IF NOT EXISTS messages_by_acknowledgement ON messages (acked_at)\n"
+    "  WHERE acked_at IS NOT NULL";
+
+bool hasColumn(sqlite3* connection, const char* table, std::string_view column) {
+  SQLiteStatement columns(connection, "SELECT name FROM pragma_table_info(?1)");
+  SQLiteStatement::Use use(columns);
+  columns.bind(1, std::string_view(table));
+  while (columns.step())
+    if (columns.textAt(0) == column) return true;
+  return false;
+}
+
+// Creates the tables, or brings an older file's up to date.
+int prepareSchema(sqlite3* connection) {
+  executeSQL(connection, kSchema);
+  if (!hasColumn(connection, "mailboxes", "acked_seq"))
+    executeSQL(connection, kAcknowledgedSeqColumn);
+  if (!hasColumn(connection, "messages", "acked_at")) executeSQL(connection, kAcknowledgedAtColumn);
+  executeSQL(connection, kAcknowledgedIndex);
+  return 0;
+}
 
 SQLiteConnection openConnection(const std::filesystem::path& path) {
   std::error_code error;
@@ -78,7 +112,7 @@ auto translated(Body&& body) -> decltype(body()) {
 struct SQLiteMailboxStore::Database {
   explicit Database(const std::filesystem::path& path)
       : connection(openConnection(path)),
-        schema((executeSQL(connection.get(), kSchema), 0)),
+        schema(prepareSchema(connection.get())),
         begin(connection.get(), "BEGIN IMMEDIATE"),
         commit(connection.get(), "COMMIT"),
         rollback(connection.get(), "ROLLBACK"),
@@ -98,7 +132,8 @@ struct SQLiteMailboxStore::Database {
                 "UPDATE mailboxes SET push_token = ?2, push_topic = ?3, push_production = ?4 "
                 "WHERE id = ?1"),
         mailboxState(connection.get(),
-                     "SELECT last_seq, (SELECT count(*) FROM messages WHERE mailbox_id = ?1) "
+                     "SELECT last_seq, (SELECT count(*) FROM messages "
+                     "WHERE mailbox_id = ?1 AND seq > mailboxes.acked_seq) "
                      "FROM mailboxes WHERE id = ?1"),
         raiseSeq(connection.get(), "UPDATE mailboxes SET last_seq = ?2 WHERE id = ?1"),
         insertMessage(connection.get(),
@@ -107,10 +142,17 @@ struct SQLiteMailboxStore::Database {
         selectMessages(connection.get(),
                        "SELECT seq, data FROM messages WHERE mailbox_id = ?1 AND seq > ?2 "
                        "ORDER BY seq"),
+        acknowledgeMessages(connection.get(),
+                            "UPDATE messages SET acked_at = ?3 WHERE mailbox_id = ?1 AND seq <= ?2 "
+                            "AND seq > (SELECT acked_seq FROM mailboxes WHERE id = ?1)"),
+        raiseAcknowledged(connection.get(),
+                          "UPDATE mailboxes SET acked_seq = min(?2, last_seq) "
+                          "WHERE id = ?1 AND min(?2, last_seq) > acked_seq"),
         deleteMailbox(connection.get(), "DELETE FROM mailboxes WHERE id = ?1"),
         expireMailboxes(connection.get(),
                         "DELETE FROM mailboxes WHERE expires_at IS NOT NULL AND expires_at <= ?1"),
-        expireMessages(connection.get(), "DELETE FROM messages WHERE stored_at < ?1"),
+        expireMessages(connection.get(),
+                       "DELETE FROM messages WHERE stored_at < ?1 OR acked_at <= ?2"),
         countMailboxes(connection.get(), "SELECT count(*) FROM mailboxes"),
         countMessages(connection.get(), "SELECT count(*) FROM messages") {}
 
@@ -146,7 +188,8 @@ struct SQLiteMailboxStore::Database {
   int schema;
   SQLiteStatement begin, commit, rollback;
   SQLiteStatement insertMailbox, insertToken, deleteToken, findMailbox, findToken, setPush;
-  SQLiteStatement mailboxState, raiseSeq, insertMessage, selectMessages, deleteMailbox;
+  SQLiteStatement mailboxState, raiseSeq, insertMessage, selectMessages;
+  SQLiteStatement acknowledgeMessages, raiseAcknowledged, deleteMailbox;
   SQLiteStatement expireMailboxes, expireMessages, countMailboxes, countMessages;
 };
 
@@ -294,6 +337,28 @@ std::vector<StoredMessage> SQLiteMailboxStore::messagesAfter(std::string_view id
   });
 }
 
+void SQLiteMailboxStore::acknowledge(std::string_view id, uint64_t upTo, Date now) {
+  MutexLock lock(mutex_);
+  Database& db = *database_;
+  // Positions beyond what SQLite's integers hold are beyond every seq given out.
+  const auto position = static_cast<int64_t>(std::min<uint64_t>(upTo, INT64_MAX));
+  translated([&] {
+    db.transaction([&] {
+      {
+        SQLiteStatement::Use use(db.acknowledgeMessages);
+        db.acknowledgeMessages.bind(1, id);
+        db.acknowledgeMessages.bind(2, position);
+        db.acknowledgeMessages.bind(3, now.secondsSince1970);
+        db.acknowledgeMessages.run();
+      }
+      SQLiteStatement::Use use(db.raiseAcknowledged);
+      db.raiseAcknowledged.bind(1, id);
+      db.raiseAcknowledged.bind(2, position);
+      db.raiseAcknowledged.run();
+    });
+  });
+}
+
 bool SQLiteMailboxStore::deleteMailbox(std::string_view id) {
   MutexLock lock(mutex_);
   Database& db = *database_;
@@ -305,7 +370,7 @@ bool SQLiteMailboxStore::deleteMailbox(std::string_view id) {
   });
 }
 
-void SQLiteMailboxStore::expire(Date now, Date messagesBefore) {
+void SQLiteMailboxStore::expire(Date now, Date storedBefore, Date acknowledgedUntil) {
   MutexLock lock(mutex_);
   Database& db = *database_;
   translated([&] {
@@ -316,7 +381,8 @@ void SQLiteMailboxStore::expire(Date now, Date messagesBefore) {
         db.expireMailboxes.run();
       }
       SQLiteStatement::Use use(db.expireMessages);
-      db.expireMessages.bind(1, messagesBefore.secondsSince1970);
+      db.expireMessages.bind(1, storedBefore.secondsSince1970);
+      db.expireMessages.bind(2, acknowledgedUntil.secondsSince1970);
       db.expireMessages.run();
     });
   });

@@ -12,7 +12,7 @@ namespace quorvane::relay {
 // send token hashes, push registrations and messages. One process uses a file at a time; its
 // calls are serialised on one connection.
 //
-// A call returns once its transaction has committed, so an acknowledged message survives the
+// A call returns once its transaction has committed, so a message answered 202 survives the
 // relay being killed. The file is synced at checkpoints rather than at every commit (WAL with
 // synchronous=NORMAL): a power loss may take the last moments of messages with it, which the
 // senders' time-outs cover.
@@ -31,8 +31,9 @@ class SQLiteMailboxStore final : public MailboxStore {
                               size_t maxMessages) override;
   std::vector<StoredMessage> messagesAfter(std::string_view id, uint64_t after,
                                            size_t maxBytes) override;
+  void acknowledge(std::string_view id, uint64_t upTo, Date now) override;
   bool deleteMailbox(std::string_view id) override;
-  void expire(Date now, Date messagesBefore) override;
+  void expire(Date now, Date storedBefore, Date acknowledgedUntil) override;
   StoreCounts counts() override;
 
  private:

@@ -93,13 +93,21 @@ int main(int argc, char** argv) {
       ->capture_default_str()
       ->check(CLI::Range(1.0, kLongestMaxWaitSeconds));
   app.add_option("--max-messages", limits.maxMessagesPerMailbox,
-                 "messages a mailbox holds at most; further sends get 429")
+                 "messages a mailbox holds at most, not counting those its owner has fetched "
+                 "past; further sends get 429")
       ->capture_default_str()
       ->check(CLI::Range(1, 1000000));
   app.add_option("--message-lifetime", limits.messageLifetimeSeconds,
                  "seconds after which a stored message is removed")
       ->capture_default_str()
       ->check(CLI::Range(60.0, 365.0 * 24 * 3600));
+  app.add_option("--acknowledged-lifetime", limits.acknowledgedLifetimeSeconds,
+                 "seconds after which a message is removed once its mailbox's owner has fetched "
+                 "past it (0: at the next expiry sweep). The wait lets another client of the "
+                 "same owner (a watcher beside a one-shot command), whose cursor is a little "
+                 "behind, still read it")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 365.0 * 24 * 3600));
   app.add_option("--creations-per-minute", limits.creationsPerMinute,
                  "new mailboxes per client address and minute (0: no limit)")
       ->capture_default_str()

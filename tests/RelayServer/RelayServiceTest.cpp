@@ -5,6 +5,7 @@
 #include <atomic>
 #include <memory>
 
+#include "ActivityStore/SQLite.h"
 #include "Base/JSONReader.h"
 #include "RelayServer/InMemoryMailboxStore.h"
 #include "RelayServer/RedisMailboxStore.h"
@@ -235,6 +236,96 @@ TEST_P(RelayServiceTest, SequenceNumbersOnlyGrowThroughExpiryAndReopening) {
   EXPECT_EQ(items.back().first, GetParam() != "memory" ? 5u : 4u);
 }
 
+TEST_P(RelayServiceTest, FetchingPastMessagesMakesRoomInAFullMailbox) {
+  limits_.maxMessagesPerMailbox = 3;
+  open();
+  Mailbox box = create();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(send(box, "\x01x").status, 202);
+  EXPECT_EQ(fetch(box, 0).size(), 3u);
+  EXPECT_EQ(send(box, "\x01x").status, 429) << "a fetch from the start acknowledges nothing";
+  EXPECT_EQ(fetch(box, 2).size(), 1u);
+  if (GetParam() != "memory") open();  // the position is kept with the mailbox
+  EXPECT_EQ(fetch(box, 1).size(), 2u) << "a lower cursor still reads what is left";
+  // Two acknowledged, so two more fit; the lower cursor above did not take the position back.
+  EXPECT_EQ(send(box, "\x01x").status, 202);
+  EXPECT_EQ(send(box, "\x01x").status, 202);
+  EXPECT_EQ(send(box, "\x01x").status, 429);
+  EXPECT_EQ(fetch(box, 0).size(), 5u) << "nothing is gone before the expiry run";
+  // A cursor beyond the last message acknowledges only what exists: later messages count.
+  EXPECT_TRUE(fetch(box, 1000).empty());
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(send(box, "\x01y").status, 202);
+  EXPECT_EQ(send(box, "\x01y").status, 429);
+  auto items = fetch(box, 5);
+  ASSERT_EQ(items.size(), 3u);
+  EXPECT_EQ(items.front().first, 6u);
+}
+
+TEST_P(RelayServiceTest, AcknowledgedMessagesGoAfterTheGracePeriodEach) {
+  Mailbox box = create();
+  Mailbox unread = create();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(send(box, "\x01x").status, 202);
+  EXPECT_EQ(send(unread, "\x01x").status, 202);
+  const Date start = now_;
+  fetch(box, 2);
+  now_ = start + 300;
+  fetch(box, 3);
+  auto seqs = [&] {
+    std::vector<uint64_t> result;
+    for (const auto& [seq, data] : fetch(box, 0)) result.push_back(seq);
+    return result;
+  };
+  auto stored = [&] {
+    const std::string body = call("GET", "/metrics").body;
+    const std::string name = "\nquorvane_relay_messages_stored ";
+    const size_t at = body.find(name);
+    return at == std::string::npos ? -1 : std::stoi(body.substr(at + name.size()));
+  };
+  EXPECT_EQ(stored(), 4);
+  const std::vector<std::tuple<double, std::vector<uint64_t>, int>> steps = {
+      {599, {1, 2, 3}, 4},  // the second client still has a while to read 1 and 2
+      {600, {3}, 2},        // acknowledged at the start
+      {899, {3}, 2},
+      {900, {}, 1},  // acknowledged 300 s later
+  };
+  for (const auto& [after, left, count] : steps) {
+    now_ = start + after;
+    service_->expire(now_);
+    EXPECT_EQ(seqs(), left) << after << " s";
+    EXPECT_EQ(stored(), count) << after << " s";
+  }
+  EXPECT_EQ(fetch(unread, 0).size(), 1u) << "unread messages keep the old rules";
+  EXPECT_EQ(send(box, "\x01x").status, 202);
+  EXPECT_EQ(fetch(box, 3).size(), 1u) << "numbering goes on after the removed ones";
+}
+
+TEST_P(RelayServiceTest, NoGracePeriodRemovesAtTheNextExpiryRun) {
+  limits_.acknowledgedLifetimeSeconds = 0;
+  open();
+  Mailbox box = create();
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(send(box, "\x01x").status, 202);
+  fetch(box, 1);
+  service_->expire(now_);
+  auto items = fetch(box, 0);
+  ASSERT_EQ(items.size(), 1u);
+  EXPECT_EQ(items.front().first, 2u);
+}
+
+TEST_P(RelayServiceTest, OnlyTheOwnersFetchAcknowledges) {
+  limits_.maxMessagesPerMailbox = 2;
+  limits_.acknowledgedLifetimeSeconds = 0;
+  open();
+  Mailbox box = create();
+  Mailbox other = create();
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(send(box, "\x01x").status, 202);
+  const std::string path = "/v1/mailbox/" + box.id + "/messages?after=2";
+  for (const std::string& credential : {box.sendToken, other.secret, std::string("wrong")})
+    EXPECT_EQ(call("GET", path, credential).status, 404);
+  EXPECT_EQ(call("GET", "/v1/mailbox/" + other.id + "/messages?after=2", other.secret).status, 200);
+  service_->expire(now_);
+  EXPECT_EQ(send(box, "\x01x").status, 429);
+  EXPECT_EQ(fetch(box, 0).size(), 2u);
+}
+
 TEST_P(RelayServiceTest, EphemeralMailboxesEndAfterFifteenMinutes) {
   Mailbox box = create("?ephemeral=1");
   Mailbox permanent = create();
@@ -362,6 +453,40 @@ TEST(SQLiteMailboxStore, KeepsCredentialsOnlyAsHashes) {
     for (const std::string& credential : {secret, token, extra})
       EXPECT_EQ(contents.find(credential), std::string::npos) << entry.path();
   }
+}
+
+TEST(SQLiteMailboxStore, UpgradesFilesMadeBeforeAcknowledgedPositions) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "relay.sqlite";
+  {
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &handle), SQLITE_OK);
+    SQLiteConnection connection(handle);
+    executeSQL(handle,
+               "CREATE TABLE mailboxes (id TEXT PRIMARY KEY, secret_hash BLOB NOT NULL, "
+               "ephemeral INTEGER NOT NULL, created_at REAL NOT NULL, expires_at REAL, "
+               "last_seq INTEGER NOT NULL DEFAULT 0, push_token TEXT, push_topic TEXT, "
+               "push_production INTEGER);"
+               "CREATE TABLE send_tokens (mailbox_id TEXT NOT NULL, token_hash BLOB NOT NULL, "
+               "PRIMARY KEY (mailbox_id, token_hash)) WITHOUT ROWID;"
+               "CREATE TABLE messages (mailbox_id TEXT NOT NULL, seq INTEGER NOT NULL, "
+               "stored_at REAL NOT NULL, push INTEGER NOT NULL, data BLOB NOT NULL, "
+               "PRIMARY KEY (mailbox_id, seq)) WITHOUT ROWID;"
+               "INSERT INTO mailboxes (id, secret_hash, ephemeral, created_at, last_seq) "
+               "VALUES ('box', x'01', 0, 1800000000, 2);"
+               "INSERT INTO messages VALUES ('box', 1, 1800000000, 0, x'0161');"
+               "INSERT INTO messages VALUES ('box', 2, 1800000000, 0, x'0162');");
+  }
+  SQLiteMailboxStore store(path);
+  const Bytes third = {0x01, 'c'};
+  EXPECT_EQ(store.appendMessage("box", third, false, kStart, 2).result,
+            AppendOutcome::Result::mailboxFull);
+  store.acknowledge("box", 1, kStart);
+  EXPECT_EQ(store.appendMessage("box", third, false, kStart, 2).seq, 3u);
+  store.expire(kStart, kStart - 1e6, kStart);
+  const std::vector<StoredMessage> left = store.messagesAfter("box", 0, 1 << 20);
+  ASSERT_EQ(left.size(), 2u);
+  EXPECT_EQ(left[0], (StoredMessage{2, Bytes{0x01, 'b'}}));
 }
 
 TEST(RelayRoute, MatchesEachRouteAndNothingElse) {

@@ -200,6 +200,18 @@ TEST_F(RelayServerTest, RestartKeepsMessagesRevocationsAndDeletions) {
             R"({"messages":[{"data":"AXR3bw==","seq":2}]})");
 }
 
+TEST_F(RelayServerTest, AFullMailboxTakesMessagesAgainOnceItsOwnerReadsOn) {
+  start({"--max-messages", "2", "--acknowledged-lifetime", "0"});
+  Mailbox box = create();
+  for (const char* body : {"\x01one", "\x01two"})
+    EXPECT_EQ(call("POST", messagesPath(box, ""), box.sendToken, body).status, 202);
+  EXPECT_EQ(call("POST", messagesPath(box, ""), box.sendToken, "\x01three").status, 429);
+  EXPECT_EQ(call("GET", messagesPath(box, "?after=2"), box.sendToken).status, 404);
+  EXPECT_EQ(call("POST", messagesPath(box, ""), box.sendToken, "\x01three").status, 429);
+  EXPECT_EQ(call("GET", messagesPath(box, "?after=2"), box.secret).body, R"({"messages":[]})");
+  EXPECT_EQ(call("POST", messagesPath(box, ""), box.sendToken, "\x01three").status, 202);
+}
+
 TEST_F(RelayServerTest, TerminationAnswersWaitingFetchesAndExitsZero) {
   start();
   Mailbox box = create();
