@@ -11,6 +11,13 @@
 namespace quorvane {
 namespace {
 
+// Wipes the text of every string member of `json` (private keys, mailbox secrets) before the
+// value is let go.
+void wipeStrings(JSON& json) {
+  for (JSON& value : json)
+    if (value.is_string()) takeSecretString(value);
+}
+
 // A JSON value read from a keychain item: nothing when the item is absent.
 std::optional<JSON> readJSONItem(Keychain& keychain, std::string_view service,
                                  std::string_view account) {
@@ -30,6 +37,7 @@ void writeJSONItem(Keychain& keychain, std::string_view service, std::string_vie
   std::string text = json.dump();
   SecureBytes data(ByteView(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
   secureWipe(text.data(), text.size());
+  wipeStrings(json);
   KeychainStatus status = keychain.update(service, account, data.view());
   if (status == kKeychainItemNotFound) status = keychain.add(service, account, data.view());
   if (status != kKeychainSuccess)
@@ -38,7 +46,9 @@ void writeJSONItem(Keychain& keychain, std::string_view service, std::string_vie
 }
 
 SecureBytes base64Secret(const JSONReader& reader) {
-  std::optional<Bytes> bytes = base64Decode(reader.string());
+  std::string text = reader.string();
+  std::optional<Bytes> bytes = base64Decode(text);
+  secureWipe(text.data(), text.size());
   if (!bytes) reader.fail("Encountered Data is not valid Base64.");
   SecureBytes secret(*bytes);
   secureWipe(bytes->data(), bytes->size());
@@ -55,10 +65,12 @@ std::optional<DeviceKeys> loadDeviceKeys(Keychain& keychain) {
     const SecureBytes signing = base64Secret(reader.required("signingKey"));
     const SecureBytes seed = base64Secret(reader.required("kemSeed"));
     const SecureBytes kemKey = base64Secret(reader.required("kemKey"));
+    std::string name = reader.required("name").string();
+    wipeStrings(*json);
     auto signer = std::make_shared<SoftwareSigner>(SoftwareSigner::fromPrivateKey(signing.view()));
-    return DeviceKeys::restore(std::move(signer), seed.view(), kemKey.view(),
-                               reader.required("name").string());
+    return DeviceKeys::restore(std::move(signer), seed.view(), kemKey.view(), std::move(name));
   } catch (const std::exception&) {
+    wipeStrings(*json);
     throw std::runtime_error("this computer's approval keys in the keychain are damaged");
   }
 }
@@ -79,8 +91,11 @@ std::optional<MailboxCredentials> loadOwnMailbox(Keychain& keychain, std::string
   std::optional<JSON> json = readJSONItem(keychain, kOwnMailboxService, relayURL);
   if (!json) return std::nullopt;
   try {
-    return decodeMailboxCredentials(JSONReader(*json));
+    MailboxCredentials mailbox = decodeMailboxCredentials(JSONReader(*json));
+    wipeStrings(*json);
+    return mailbox;
   } catch (const std::exception&) {
+    wipeStrings(*json);
     throw std::runtime_error("this computer's relay mailbox in the keychain is damaged");
   }
 }
