@@ -46,7 +46,7 @@ struct Pairing {
   ApproverSession session{support, approver, relays, clock};
 
   Pairing() {
-    saveOwnMailbox(*keychain, kRelayURL, own);
+    saveOwnMailbox(*keychain, kRelayURL, MailboxRole::approving, own);
     savePairedMacs(support, {PairedMac{computer.identity(), addressOf(relay.createMailbox(false)),
                                        kRelayURL, clock.now(), std::nullopt, token}});
   }

@@ -55,6 +55,10 @@ SecureBytes base64Secret(const JSONReader& reader) {
   return secret;
 }
 
+std::string mailboxAccount(std::string_view relayURL, MailboxRole role) {
+  return (role == MailboxRole::approving ? "approving " : "") + std::string(relayURL);
+}
+
 }  // namespace
 
 std::optional<DeviceKeys> loadDeviceKeys(Keychain& keychain) {
@@ -87,8 +91,10 @@ DeviceKeys loadOrCreateDeviceKeys(Keychain& keychain, const std::string& name) {
   return DeviceKeys{std::make_shared<SoftwareSigner>(std::move(signer)), std::move(kem), name};
 }
 
-std::optional<MailboxCredentials> loadOwnMailbox(Keychain& keychain, std::string_view relayURL) {
-  std::optional<JSON> json = readJSONItem(keychain, kOwnMailboxService, relayURL);
+std::optional<MailboxCredentials> loadOwnMailbox(Keychain& keychain, std::string_view relayURL,
+                                                 MailboxRole role) {
+  std::optional<JSON> json =
+      readJSONItem(keychain, kOwnMailboxService, mailboxAccount(relayURL, role));
   if (!json) return std::nullopt;
   try {
     MailboxCredentials mailbox = decodeMailboxCredentials(JSONReader(*json));
@@ -100,9 +106,9 @@ std::optional<MailboxCredentials> loadOwnMailbox(Keychain& keychain, std::string
   }
 }
 
-void saveOwnMailbox(Keychain& keychain, std::string_view relayURL,
+void saveOwnMailbox(Keychain& keychain, std::string_view relayURL, MailboxRole role,
                     const MailboxCredentials& mailbox) {
-  writeJSONItem(keychain, kOwnMailboxService, relayURL, toJSON(mailbox));
+  writeJSONItem(keychain, kOwnMailboxService, mailboxAccount(relayURL, role), toJSON(mailbox));
 }
 
 std::string thisComputerName() {

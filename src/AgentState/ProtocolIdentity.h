@@ -24,14 +24,20 @@ std::optional<DeviceKeys> loadDeviceKeys(Keychain& keychain);
 // cannot be stored.
 DeviceKeys loadOrCreateDeviceKeys(Keychain& keychain, const std::string& name);
 
-// This computer's own mailbox on a relay, where answers and pairing messages for it arrive: the
-// keychain item ("com.tallowmere.quorvane.relay-mailbox", the relay's base URL), JSON
-// MailboxCredentials.
+// This computer's own mailboxes on a relay, in the keychain items
+// ("com.tallowmere.quorvane.relay-mailbox", the relay's base URL) for the computer that asks (its
+// answers and pairing messages arrive there) and ("com.tallowmere.quorvane.relay-mailbox",
+// "approving " + the base URL) for the approving side (requests arrive there): JSON
+// MailboxCredentials. A computer that does both keeps two mailboxes, so that neither side reads,
+// and the relay forgets, what was meant for the other.
 inline constexpr std::string_view kOwnMailboxService = "com.tallowmere.quorvane.relay-mailbox";
 
-std::optional<MailboxCredentials> loadOwnMailbox(Keychain& keychain, std::string_view relayURL);
+enum class MailboxRole { asking, approving };
+
+std::optional<MailboxCredentials> loadOwnMailbox(Keychain& keychain, std::string_view relayURL,
+                                                 MailboxRole role);
 // Throws std::runtime_error when the item cannot be written.
-void saveOwnMailbox(Keychain& keychain, std::string_view relayURL,
+void saveOwnMailbox(Keychain& keychain, std::string_view relayURL, MailboxRole role,
                     const MailboxCredentials& mailbox);
 
 // This machine's host name, the default name of its keys ("computer" when it has none).

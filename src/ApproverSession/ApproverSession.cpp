@@ -91,7 +91,8 @@ ApproverSession::Received ApproverSession::receive(bool wait, std::stop_token st
   Received received;
   bool fetched = false;
   for (const std::string& relayURL : relayURLs) {
-    const std::optional<MailboxCredentials> own = loadOwnMailbox(*support_.keychain, relayURL);
+    const std::optional<MailboxCredentials> own =
+        loadOwnMailbox(*support_.keychain, relayURL, MailboxRole::approving);
     if (!own) {
       received.withoutMailbox.push_back(relayURL);
       continue;
@@ -194,7 +195,7 @@ std::vector<PairedMac> ApproverSession::apply(const std::string& relayURL,
 void ApproverSession::withdrawSendToken(const PairedMac& computer, std::stop_token stop) {
   if (!computer.deviceSendToken) return;
   const std::optional<MailboxCredentials> own =
-      loadOwnMailbox(*support_.keychain, computer.relayURL);
+      loadOwnMailbox(*support_.keychain, computer.relayURL, MailboxRole::approving);
   if (!own) return;
   relays_.connect(computer.relayURL)
       .transport.revokeSendToken(*own, *computer.deviceSendToken, stop);

@@ -23,7 +23,8 @@ std::optional<RemoteApprovalSetup> readRemoteApprovalSetup(const SupportState& s
       return std::nullopt;
     }
     std::optional<DeviceKeys> keys = loadDeviceKeys(*support.keychain);
-    std::optional<MailboxCredentials> mailbox = loadOwnMailbox(*support.keychain, relay->baseURL);
+    std::optional<MailboxCredentials> mailbox =
+        loadOwnMailbox(*support.keychain, relay->baseURL, MailboxRole::asking);
     if (!keys || !mailbox) {
       missing = "this computer has not paired with a device through " + relay->baseURL +
                 " (quorvane devices pair)";

@@ -95,7 +95,7 @@ void notifyRemovedDevice(const SupportState& support, const PairedDevice& device
   const std::optional<DeviceKeys> keys = loadDeviceKeys(*support.keychain);
   if (!relay || !keys) return;
   const std::optional<MailboxCredentials> mailbox =
-      loadOwnMailbox(*support.keychain, relay->baseURL);
+      loadOwnMailbox(*support.keychain, relay->baseURL, MailboxRole::asking);
   RelayClient client(RelayEndpoint{relay->baseURL, relay->caFile, {}});
   try {
     const Bytes macID = keys->identity().identityHash();

@@ -125,10 +125,10 @@ bool sameCodeConfirmed(const std::string& sas, const std::string& other,
 
 // This computer's own mailbox on the relay at `relayURL`, made and stored the first time.
 MailboxCredentials ownMailbox(RelayTransport& relay, Keychain& keychain,
-                              const std::string& relayURL, std::stop_token stop) {
-  if (auto stored = loadOwnMailbox(keychain, relayURL)) return *stored;
+                              const std::string& relayURL, MailboxRole role, std::stop_token stop) {
+  if (auto stored = loadOwnMailbox(keychain, relayURL, role)) return *stored;
   MailboxCredentials created = relay.createMailbox(false, stop);
-  saveOwnMailbox(keychain, relayURL, created);
+  saveOwnMailbox(keychain, relayURL, role, created);
   return created;
 }
 
@@ -191,7 +191,8 @@ void pairDevice() {
 
   reportingFailures([&] {
     const std::stop_token stop = interrupt.token();
-    const MailboxCredentials mailbox = ownMailbox(relay, *support.keychain, setting->baseURL, stop);
+    const MailboxCredentials mailbox =
+        ownMailbox(relay, *support.keychain, setting->baseURL, MailboxRole::asking, stop);
     const MacPairing pairing = startMacPairing(relay, keys, mailbox, setting->baseURL, now(), stop);
     CompletedPairing completed;
     try {
@@ -292,7 +293,8 @@ void pairWithComputer() {
 
   reportingFailures([&] {
     const std::stop_token stop = interrupt.token();
-    const MailboxCredentials mailbox = ownMailbox(relay, *support.keychain, code.relayURL, stop);
+    const MailboxCredentials mailbox =
+        ownMailbox(relay, *support.keychain, code.relayURL, MailboxRole::approving, stop);
     const PendingPairing pending =
         joinPairing(relay, code, keys, DeviceKind::mac, mailbox, now, stop);
     interrupt.stopWaiting();

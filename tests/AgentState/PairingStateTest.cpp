@@ -108,9 +108,11 @@ TEST_F(PairingStateTest, ProtocolKeysAreMadeOnceAndMailboxesAreKeptPerRelay) {
   EXPECT_EQ(loaded.signer->sign(Bytes{1}).size(), 64u);
 
   const MailboxCredentials box{"id-1", secret("owner"), secret("send")};
-  saveOwnMailbox(*keychain, "https://a.example/", box);
-  EXPECT_EQ(loadOwnMailbox(*keychain, "https://a.example/"), box);
-  EXPECT_FALSE(loadOwnMailbox(*keychain, "https://b.example/"));
+  saveOwnMailbox(*keychain, "https://a.example/", MailboxRole::asking, box);
+  EXPECT_EQ(loadOwnMailbox(*keychain, "https://a.example/", MailboxRole::asking), box);
+  EXPECT_FALSE(loadOwnMailbox(*keychain, "https://b.example/", MailboxRole::asking));
+  EXPECT_FALSE(loadOwnMailbox(*keychain, "https://a.example/", MailboxRole::approving))
+      << "the approving side has a mailbox of its own";
 
   ASSERT_EQ(keychain->update(kDeviceKeysService, kDeviceKeysAccount, Bytes{'{', '}'}),
             kKeychainSuccess);

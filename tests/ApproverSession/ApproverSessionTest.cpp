@@ -59,7 +59,7 @@ struct AskingComputer {
 
 class ApproverSessionTest : public ::testing::Test {
  protected:
-  void SetUp() override { saveOwnMailbox(*keychain, kRelayURL, own); }
+  void SetUp() override { saveOwnMailbox(*keychain, kRelayURL, MailboxRole::approving, own); }
 
   AskingComputer pairComputer(const std::string& name) {
     AskingComputer asking{DeviceKeys::generate(name), relay.createMailbox(false), {}, {}};

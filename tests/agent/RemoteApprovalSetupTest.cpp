@@ -42,7 +42,7 @@ TEST_F(RemoteApprovalSetupTest, NamesTheFirstMissingPieceUntilEverythingIsThere)
   EXPECT_EQ(missing(), std::string("this computer has not paired with a device through ") +
                            kClosedRelay + " (quorvane devices pair)");
   const DeviceKeys keys = loadOrCreateDeviceKeys(*support.keychain, "laptop");
-  saveOwnMailbox(*support.keychain, kClosedRelay, mailbox);
+  saveOwnMailbox(*support.keychain, kClosedRelay, MailboxRole::asking, mailbox);
   EXPECT_EQ(missing(), "no device is paired (quorvane devices pair)");
 
   savePairedDevices(support, {device("phone")});
@@ -65,7 +65,7 @@ TEST_F(RemoteApprovalSetupTest, NamesTheFirstMissingPieceUntilEverythingIsThere)
 TEST_F(RemoteApprovalSetupTest, ADeviceThatUnpairedItselfIsRemovedAndItsTokenWithdrawn) {
   saveRelaySetting(support, RelaySetting{kClosedRelay, std::nullopt});
   loadOrCreateDeviceKeys(*support.keychain, "laptop");
-  saveOwnMailbox(*support.keychain, kClosedRelay, mailbox);
+  saveOwnMailbox(*support.keychain, kClosedRelay, MailboxRole::asking, mailbox);
   const PairedDevice phone = device("phone", SecureBytes(bytesOf("issued to phone")));
   const PairedDevice tablet = device("tablet");
   savePairedDevices(support, {phone, tablet});

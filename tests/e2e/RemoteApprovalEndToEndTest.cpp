@@ -241,7 +241,8 @@ TEST_F(RemoteApprovalEndToEnd, AReplayedAnswerIsRefusedAndTheNextRequestStillGoe
 
   // Someone with this computer's mailbox token (the relay, say) posts the answer again.
   FileKeychain keychain;
-  const std::optional<MailboxCredentials> mailbox = loadOwnMailbox(keychain, relayURL);
+  const std::optional<MailboxCredentials> mailbox =
+      loadOwnMailbox(keychain, relayURL, MailboxRole::asking);
   ASSERT_TRUE(mailbox);
   RelayClient client(RelayEndpoint{relayURL, certificates.ca(), {}});
   size_t replayed = 0;
