@@ -292,13 +292,15 @@ void RemoteApprovalService::onAnswer(const Envelope& envelope) {
 // A device that may no longer approve for a key (limited to other keys, or removed since the
 // request went out) cannot decide a request for that key that it received before.
 void RemoteApprovalService::withdrawAllowances(const std::vector<PairedDevice>& devices) {
-  for (auto& [id, entry] : pending_.open)
+  for (auto& open : pending_.open) {
+    PendingApprovals::Entry& entry = open.second;
     std::erase_if(entry.allowedDevices, [&](const Bytes& deviceID) {
       return std::ranges::none_of(devices, [&](const PairedDevice& device) {
         return device.identity.identityHash() == deviceID &&
                device.allows(entry.request.keyFingerprint);
       });
     });
+  }
 }
 
 void RemoteApprovalService::onUnpairNotice(const Envelope& envelope) {
