@@ -29,14 +29,14 @@ class PairingStateTest : public ::testing::Test {
     const DeviceIdentity identity = DeviceKeys::generate("phone").identity();
     PairedDevice full{identity,
                       {"box-1", secret("token-1")},
-                      Date(1'700'000'000),
+                      Date{1'700'000'000},
                       std::set<std::string>{"SHA256:b", "SHA256:a"},
                       DeviceKind::phone,
                       Bytes{1, 2, 3},
                       secret("mac-token")};
     PairedDevice bare{DeviceKeys::generate("desk").identity(),
                       {"box-2", secret("token-2")},
-                      Date(1'700'000'100),
+                      Date{1'700'000'100},
                       std::nullopt,
                       DeviceKind::unknown,
                       std::nullopt,
@@ -59,13 +59,13 @@ TEST_F(PairingStateTest, PairedDevicesAndComputersRoundTripThroughTheirSealedFil
   const std::vector<PairedMac> macs = {{written[0].identity,
                                         {"mac-box", secret("t")},
                                         "https://relay.example/",
-                                        Date(5),
+                                        Date{5},
                                         Bytes{9},
                                         secret("device-token")},
                                        {written[1].identity,
                                         {"other", secret("u")},
                                         "https://relay.example/",
-                                        Date(6),
+                                        Date{6},
                                         std::nullopt,
                                         std::nullopt}};
   savePairedMacs(support, macs);
