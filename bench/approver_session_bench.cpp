@@ -9,6 +9,7 @@
 #include "ApprovalProto/ApprovalExchange.h"
 #include "ApprovalProto/ProtocolTime.h"
 #include "ApproverSession/ApproverSession.h"
+#include "ApproverSession/OneRelay.h"
 #include "ApproverSession/RequestIDs.h"
 #include "Base/Random.h"
 #include "KeyStore/FixedSealingKey.h"
@@ -21,14 +22,7 @@ namespace {
 
 constexpr const char* kRelayURL = "https://relay.example/";
 
-class OneRelay final : public RelayDirectory {
- public:
-  explicit OneRelay(InMemoryRelay& relay) : relay_(relay) {}
-  RelayConnection connect(const std::string&) override { return {relay_, relay_.cursors()}; }
-
- private:
-  InMemoryRelay& relay_;
-};
+using testing::OneRelay;
 
 // One approving side paired with one computer, and the computer's way to send it requests.
 struct Pairing {

@@ -11,6 +11,7 @@
 #include "ApproverSession/ApproverError.h"
 #include "ApproverSession/ApproverSession.h"
 #include "ApproverSession/InboxFile.h"
+#include "ApproverSession/OneRelay.h"
 #include "ApproverSession/RequestIDs.h"
 #include "ApproverSession/RequestText.h"
 #include "Base/Hex.h"
@@ -28,15 +29,7 @@ using qap::ApprovalScope;
 
 constexpr const char* kRelayURL = "https://relay.example/";
 
-// Every relay URL leads to the one in-memory relay.
-class OneRelay final : public RelayDirectory {
- public:
-  explicit OneRelay(InMemoryRelay& relay) : relay_(relay) {}
-  RelayConnection connect(const std::string&) override { return {relay_, relay_.cursors()}; }
-
- private:
-  InMemoryRelay& relay_;
-};
+using testing::OneRelay;
 
 Kind refusalOf(const std::function<void()>& action) {
   try {
