@@ -8,12 +8,15 @@ namespace quorvane {
 LocalApprover::LocalApprover(Clock& clock) : clock_(clock) {}
 
 void LocalApprover::notify(const Event& event) {
-  std::vector<Listener> listeners;
+  std::vector<std::shared_ptr<Subscription>> subscriptions;
   {
     MutexLock lock(listenersMutex_);
-    for (const auto& [token, listener] : listeners_) listeners.push_back(listener);
+    for (const auto& [token, subscription] : listeners_) subscriptions.push_back(subscription);
   }
-  for (const auto& listener : listeners) listener(event);
+  for (const auto& subscription : subscriptions) {
+    MutexLock calling(subscription->calling);
+    if (subscription->listener) subscription->listener(event);
+  }
 }
 
 ApprovalResult LocalApprover::requestApproval(const ApprovalRequest& request,
@@ -76,13 +79,22 @@ bool LocalApprover::answer(const UUID& id, ApprovalResult result) {
 
 int LocalApprover::subscribe(Listener listener) {
   MutexLock lock(listenersMutex_);
-  listeners_.emplace(nextListener_, std::move(listener));
+  listeners_.emplace(nextListener_, std::make_shared<Subscription>(std::move(listener)));
   return nextListener_++;
 }
 
 void LocalApprover::unsubscribe(int token) {
-  MutexLock lock(listenersMutex_);
-  listeners_.erase(token);
+  std::shared_ptr<Subscription> subscription;
+  {
+    MutexLock lock(listenersMutex_);
+    auto found = listeners_.find(token);
+    if (found == listeners_.end()) return;
+    subscription = std::move(found->second);
+    listeners_.erase(found);
+  }
+  // Waits for a call in progress on another thread to end.
+  MutexLock calling(subscription->calling);
+  subscription->listener = nullptr;
 }
 
 }  // namespace quorvane

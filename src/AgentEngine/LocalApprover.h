@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -39,7 +40,9 @@ class LocalApprover final : public Approver {
   // expired, or never existed): the first answer wins.
   bool answer(const UUID& id, ApprovalResult result);
 
-  // Listeners are called without the lock held, from the thread that changes the board.
+  // Listeners are called without the board's lock held, from the thread that changes the board.
+  // Once `unsubscribe` returns, its listener is not running and is never called again, so a
+  // listener may refer to its subscriber's stack.
   int subscribe(Listener listener);
   void unsubscribe(int token);
 
@@ -49,6 +52,12 @@ class LocalApprover final : public Approver {
     std::optional<ApprovalResult> result;
     uint64_t order = 0;
   };
+  // One subscription. A call holds `calling`; unsubscribing clears `listener` under it.
+  struct Subscription {
+    explicit Subscription(Listener call) : listener(std::move(call)) {}
+    Mutex calling;
+    Listener listener GUARDED_BY(calling);
+  };
   void notify(const Event& event);
 
   Clock& clock_;
@@ -57,7 +66,7 @@ class LocalApprover final : public Approver {
   std::map<UUID, Waiting> waiting_ GUARDED_BY(mutex_);
   uint64_t nextOrder_ GUARDED_BY(mutex_) = 0;
   Mutex listenersMutex_;
-  std::map<int, Listener> listeners_ GUARDED_BY(listenersMutex_);
+  std::map<int, std::shared_ptr<Subscription>> listeners_ GUARDED_BY(listenersMutex_);
   int nextListener_ GUARDED_BY(listenersMutex_) = 0;
 };
 

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,6 +27,8 @@ constexpr EnumNames<LocalApprover::Ending, 3> kEndingNames{
     {{{LocalApprover::Ending::answered, "answered"},
       {LocalApprover::Ending::expired, "expired"},
       {LocalApprover::Ending::cancelled, "cancelled"}}}};
+
+constexpr time_t kWatcherSendLimitSeconds = 5;
 
 JSON failure(const std::string& error) { return {{"ok", false}, {"error", error}}; }
 JSON success() { return {{"ok", true}}; }
@@ -375,10 +378,22 @@ void ControlService::remoteStatusChanged() {
 }
 
 void ControlService::watch(int fd, std::stop_token shutdown) {
+  // Events are written from the threads that sign, so a watcher that stops reading must not hold
+  // them up: a write that cannot finish in time ends this stream.
+  const timeval sendLimit{kWatcherSendLimitSeconds, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &sendLimit, sizeof sendLimit);
   std::mutex writeMutex;
+  bool broken = false;
+  auto writeHeld = [&](const JSON& line) {  // with writeMutex held
+    if (broken) return;
+    if (!writeControlLine(fd, line)) {
+      broken = true;
+      ::shutdown(fd, SHUT_RDWR);
+    }
+  };
   auto write = [&](const JSON& line) {
     std::lock_guard lock(writeMutex);
-    writeControlLine(fd, line);
+    writeHeld(line);
   };
   // A request for a paired device that waits here because remote approval is unavailable or
   // offline says so, for the frontend to tell the user to answer on this computer.
@@ -397,9 +412,8 @@ void ControlService::watch(int fd, std::stop_token shutdown) {
   });
   ++watchers_;
   const uint64_t statusSeen = remoteStatusChanges_.load();
-  writeControlLine(fd, success());
-  for (const ApprovalRequest& request : approver_.pending())
-    writeControlLine(fd, requestLine(request));
+  writeHeld(success());
+  for (const ApprovalRequest& request : approver_.pending()) writeHeld(requestLine(request));
   starting.unlock();
 
   // Requests for paired devices go out again when remote approval's status changes. The refresh
