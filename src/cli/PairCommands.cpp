@@ -1,12 +1,15 @@
 // `devices pair` (on the computer that runs the agent) and `approver pair` (on the computer that
 // approves for it): the two ends of one pairing, through the relay.
 
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <iostream>
+#include <optional>
 #include <thread>
 
 #include "AgentState/PairingFiles.h"
@@ -30,6 +33,7 @@ namespace {
 
 constexpr std::string_view kSameCodeQuestion = "Do both screens show the same code?";
 constexpr int kInterruptedExit = 130;
+constexpr const char* kStoppedText = "pairing stopped; nothing was stored";
 
 struct PairOptions {
   std::string code;
@@ -40,8 +44,9 @@ struct PairOptions {
 PairOptions deviceOptions;
 PairOptions approverOptions;
 
-// Turns Ctrl-C (or SIGTERM) during the relay waits into a stop request, so that the pairing is
-// cleaned up on the relay before the program ends; at any other moment the program ends at once.
+// Turns Ctrl-C (or SIGTERM) during the relay waits and the question whether the codes match into
+// a stop request, so that the pairing is cleaned up on the relay before the program ends; at any
+// other moment the program ends at once.
 // The signals stay blocked in every thread for the rest of the run; a detached thread takes them.
 class InterruptWatch {
  public:
@@ -89,7 +94,7 @@ void reportingFailures(Work work) {
     work();
   } catch (const RelayError& error) {
     if (interruptWatch().interrupted())
-      throw CommandFailure("pairing stopped; nothing was stored", kInterruptedExit);
+      throw CommandFailure(kStoppedText, kInterruptedExit);
     throw CommandFailure(std::string(kPairingRelayFailureText) + "\n(" + error.what() + ")");
   } catch (const PairingError& error) {
     throw CommandFailure(error.what());
@@ -106,21 +111,44 @@ void printJSONLine(const JSON& value) {
   std::cout << value.dump(-1, ' ', false, JSON::error_handler_t::replace) << std::endl;
 }
 
-// Shows the SAS and asks whether the other screen shows it too; --yes answers yes.
-// `other` says who answered, as the other side names itself.
+// A line from standard input, or nothing at its end or once `stop` is requested. A terminal says
+// a line is ready before it is read, so the wait can end on an interrupt; piped input is read as
+// it comes.
+std::optional<std::string> answerLine(std::stop_token stop) {
+  if (::isatty(STDIN_FILENO)) {
+    pollfd entry{STDIN_FILENO, POLLIN, 0};
+    while (!stop.stop_requested()) {
+      entry.revents = 0;
+      const int ready = ::poll(&entry, 1, 100);
+      if (ready > 0 || (ready < 0 && errno != EINTR)) break;
+    }
+  }
+  std::string answer;
+  if (stop.stop_requested() || !std::getline(std::cin, answer)) return std::nullopt;
+  return answer;
+}
+
+// Shows the SAS and asks whether the other screen shows it too; --yes answers yes. An interrupt
+// answers no. `other` says who answered, as the other side names itself.
 bool sameCodeConfirmed(const std::string& sas, const std::string& other,
-                       const PairOptions& options) {
+                       const PairOptions& options, std::stop_token stop) {
   if (options.json) printJSONLine({{"sas", sas}});
   std::ostream& out = options.json ? std::cerr : std::cout;
   out << other << "\nCode on both screens: " << sas << "\n";
-  if (options.yes) return true;
+  if (options.yes) return !stop.stop_requested();
   out << kSameCodeQuestion << " [y/N] " << std::flush;
-  std::string answer;
-  if (!std::getline(std::cin, answer)) {
+  const std::optional<std::string> answer = answerLine(stop);
+  if (!answer) {
     out << "\n";
     return false;
   }
-  return answer == "y" || answer == "Y" || answer == "yes";
+  return *answer == "y" || *answer == "Y" || *answer == "yes";
+}
+
+// The failure for codes that were not confirmed: the user said no, or stopped the program.
+CommandFailure notConfirmed(const InterruptWatch& interrupt) {
+  if (interrupt.interrupted()) return CommandFailure(kStoppedText, kInterruptedExit);
+  return CommandFailure("not paired: the codes were not confirmed. Nothing was stored.");
 }
 
 // This computer's own mailbox on the relay at `relayURL`, made and stored the first time.
@@ -202,16 +230,15 @@ void pairDevice() {
       closeMacPairing(relay, pairing, true);
       throw;
     }
-    interrupt.stopWaiting();
-
     PairedDevice device = pairedDeviceOf(pairing, completed, now());
     if (!options.name.empty()) device.identity.name = options.name;
     const std::string other = "Answered by “" + printable(completed.reply.deviceIdentity.name) +
                               "” (" + std::string(displayName(completed.reply.kind)) + ").";
-    if (!sameCodeConfirmed(completed.sas, other, options)) {
+    if (!sameCodeConfirmed(completed.sas, other, options, stop)) {
       closeMacPairing(relay, pairing, true);
-      throw CommandFailure("not paired: the codes were not confirmed. Nothing was stored.");
+      throw notConfirmed(interrupt);
     }
+    interrupt.stopWaiting();
     std::vector<PairedDevice> devices = loadPairedDevices(support);
     if (auto conflict = deviceConflict(devices, device)) {
       closeMacPairing(relay, pairing, true);
@@ -297,16 +324,15 @@ void pairWithComputer() {
         ownMailbox(relay, *support.keychain, code.relayURL, MailboxRole::approving, stop);
     const PendingPairing pending =
         joinPairing(relay, code, keys, DeviceKind::mac, mailbox, now, stop);
-    interrupt.stopWaiting();
-
     PairedMac mac = pairedMacOf(pending, now());
     if (!options.name.empty()) mac.identity.name = options.name;
     const std::string other =
         "Offered by “" + printable(pending.offer.macIdentity.name) + "” at " + code.relayURL + ".";
-    if (!sameCodeConfirmed(pending.sas, other, options)) {
+    if (!sameCodeConfirmed(pending.sas, other, options, stop)) {
       abandonJoinedPairing(relay, mailbox, pending);
-      throw CommandFailure("not paired: the codes were not confirmed. Nothing was stored.");
+      throw notConfirmed(interrupt);
     }
+    interrupt.stopWaiting();
     std::vector<PairedMac> macs = loadPairedMacs(support);
     if (auto conflict = macConflict(macs, mac)) {
       abandonJoinedPairing(relay, mailbox, pending);
