@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
+#include <pty.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -39,6 +41,59 @@ BackgroundProcess::BackgroundProcess(const std::vector<std::string>& arguments,
 }
 
 BackgroundProcess::~BackgroundProcess() { stop(SIGTERM); }
+
+TerminalProcess::TerminalProcess(const std::vector<std::string>& arguments) {
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  int terminal = -1;
+  const pid_t pid = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (pid == 0) {
+    ::execvp(argv[0], argv.data());
+    ::_exit(127);
+  }
+  if (pid < 0) throw std::runtime_error("forkpty failed");
+  terminal_ = FileDescriptor(terminal);
+  child_ = RunningChild(pid);
+}
+
+TerminalProcess::~TerminalProcess() { child_.stop(SIGKILL, std::chrono::seconds(5)); }
+
+void TerminalProcess::readFor(std::chrono::milliseconds wait) {
+  pollfd entry{terminal_.get(), POLLIN, 0};
+  if (::poll(&entry, 1, static_cast<int>(wait.count())) <= 0) return;
+  char chunk[4096];
+  // After the program's end the terminal reads as an error (EIO): nothing more comes.
+  const ssize_t got = ::read(terminal_.get(), chunk, sizeof chunk);
+  if (got > 0) output_.append(chunk, static_cast<size_t>(got));
+  else std::this_thread::sleep_for(wait);
+}
+
+bool TerminalProcess::waitForOutput(const std::string& text, std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (output_.find(text) == std::string::npos) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    readFor(std::chrono::milliseconds(50));
+  }
+  return true;
+}
+
+void TerminalProcess::type(const std::string& keys) {
+  ASSERT_EQ(::write(terminal_.get(), keys.data(), keys.size()),
+            static_cast<ssize_t>(keys.size()));
+}
+
+std::optional<int> TerminalProcess::waitFor(std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  for (;;) {
+    readFor(std::chrono::milliseconds(50));
+    if (auto code = child_.waitFor(std::chrono::milliseconds(0))) {
+      readFor(std::chrono::milliseconds(0));
+      return code;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
+  }
+}
 
 int freeLoopbackPort() {
   FileDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Base/JSONReader.h"
+#include "Platform/FileDescriptor.h"
 #include "support/ChildProcess.h"
 #include "support/PAMServices.h"
 #include "support/TestSupport.h"
@@ -33,6 +34,32 @@ class BackgroundProcess {
 
  private:
   RunningChild child_;
+};
+
+// A program on a pseudo-terminal of its own, as a user runs it: the test reads what it shows and
+// types to it (Ctrl-C included, which the terminal turns into SIGINT). Killed when the object dies
+// unless it ended before.
+class TerminalProcess {
+ public:
+  explicit TerminalProcess(const std::vector<std::string>& arguments);
+  ~TerminalProcess();
+  TerminalProcess(const TerminalProcess&) = delete;
+  TerminalProcess& operator=(const TerminalProcess&) = delete;
+
+  // Reads until what it showed holds `text`; false after `timeout` or its end without it.
+  bool waitForOutput(const std::string& text, std::chrono::milliseconds timeout);
+  void type(const std::string& keys);
+  // Waits at most `timeout` for the exit, reading what it shows meanwhile.
+  std::optional<int> waitFor(std::chrono::milliseconds timeout);
+  // Everything it showed so far.
+  const std::string& output() const { return output_; }
+
+ private:
+  void readFor(std::chrono::milliseconds wait);
+
+  FileDescriptor terminal_;
+  RunningChild child_;
+  std::string output_;
 };
 
 // A TCP port on 127.0.0.1 that was free a moment ago.

@@ -49,15 +49,18 @@ class RemoteApprovalEndToEnd : public ::testing::Test {
     return quorvane.quorvane(arguments, true);
   }
 
-  // `quorvane` in the approving computer's home.
-  CommandResult onApprover(const std::vector<std::string>& arguments) {
+  // The command line of `quorvane` in the approving computer's home.
+  std::vector<std::string> approverCommand(const std::vector<std::string>& arguments) {
     std::vector<std::string> command = {
         "env", "HOME=" + approverHome.path().string(),
         "XDG_DATA_HOME=" + (approverHome.path() / "data").string(),
         "QUORVANE_TPM_TCTI=device:" + (approverHome.path() / "no-tpm").string(),
         QUORVANE_CLI_BINARY};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    return runCommand(command);
+    return command;
+  }
+  CommandResult onApprover(const std::vector<std::string>& arguments) {
+    return runCommand(approverCommand(arguments));
   }
 
   JSON approverJSON(const std::vector<std::string>& arguments) {
@@ -309,6 +312,33 @@ TEST_F(RemoteApprovalEndToEnd, EitherSideUnpairs) {
         return quorvane.quorvaneJSON({"devices", "list"}).empty();
       },
       std::chrono::seconds(20)));
+}
+
+// Ctrl-C at the question whether the codes match stops each side with nothing stored, and a
+// pairing afterwards goes through.
+TEST_F(RemoteApprovalEndToEnd, CtrlCAtTheCodeQuestionStoresNothingOnEitherSide) {
+  using namespace std::chrono_literals;
+  TerminalProcess computer({QUORVANE_CLI_BINARY, "devices", "pair", "--name", kApproverName});
+  ASSERT_TRUE(computer.waitForOutput("quorvane:pair:", 20s)) << computer.output();
+  ASSERT_TRUE(computer.waitForOutput("\n", 5s));
+  const std::string shown = computer.output();
+  const size_t start = shown.find("quorvane:pair:");
+  const std::string code = shown.substr(start, shown.find_first_of("\r\n ", start) - start);
+
+  TerminalProcess approver(approverCommand({"approver", "pair", code}));
+  const std::string question = "Do both screens show the same code? [y/N]";
+  ASSERT_TRUE(approver.waitForOutput(question, 20s)) << approver.output();
+  ASSERT_TRUE(computer.waitForOutput(question, 20s)) << computer.output();
+
+  for (TerminalProcess* side : {&approver, &computer}) {
+    side->type("\x03");
+    EXPECT_EQ(side->waitFor(20s), 130) << side->output();
+    EXPECT_NE(side->output().find("pairing stopped; nothing was stored"), std::string::npos)
+        << side->output();
+  }
+  EXPECT_EQ(quorvane.quorvaneJSON({"devices", "list"}).size(), 0u);
+  EXPECT_EQ(approverJSON({"approver", "list"}).size(), 0u);
+  pair();
 }
 
 }  // namespace
