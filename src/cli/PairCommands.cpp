@@ -93,8 +93,7 @@ void reportingFailures(Work work) {
   try {
     work();
   } catch (const RelayError& error) {
-    if (interruptWatch().interrupted())
-      throw CommandFailure(kStoppedText, kInterruptedExit);
+    if (interruptWatch().interrupted()) throw CommandFailure(kStoppedText, kInterruptedExit);
     throw CommandFailure(std::string(kPairingRelayFailureText) + "\n(" + error.what() + ")");
   } catch (const PairingError& error) {
     throw CommandFailure(error.what());
@@ -130,8 +129,8 @@ std::optional<std::string> answerLine(std::stop_token stop) {
 
 // Shows the SAS and asks whether the other screen shows it too; --yes answers yes. An interrupt
 // answers no. `other` says who answered, as the other side names itself.
-bool sameCodeConfirmed(const std::string& sas, const std::string& other,
-                       const PairOptions& options, std::stop_token stop) {
+bool sameCodeConfirmed(const std::string& sas, const std::string& other, const PairOptions& options,
+                       std::stop_token stop) {
   if (options.json) printJSONLine({{"sas", sas}});
   std::ostream& out = options.json ? std::cerr : std::cout;
   out << other << "\nCode on both screens: " << sas << "\n";

@@ -65,8 +65,10 @@ void TerminalProcess::readFor(std::chrono::milliseconds wait) {
   char chunk[4096];
   // After the program's end the terminal reads as an error (EIO): nothing more comes.
   const ssize_t got = ::read(terminal_.get(), chunk, sizeof chunk);
-  if (got > 0) output_.append(chunk, static_cast<size_t>(got));
-  else std::this_thread::sleep_for(wait);
+  if (got > 0)
+    output_.append(chunk, static_cast<size_t>(got));
+  else
+    std::this_thread::sleep_for(wait);
 }
 
 bool TerminalProcess::waitForOutput(const std::string& text, std::chrono::milliseconds timeout) {
@@ -79,8 +81,7 @@ bool TerminalProcess::waitForOutput(const std::string& text, std::chrono::millis
 }
 
 void TerminalProcess::type(const std::string& keys) {
-  ASSERT_EQ(::write(terminal_.get(), keys.data(), keys.size()),
-            static_cast<ssize_t>(keys.size()));
+  ASSERT_EQ(::write(terminal_.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
 }
 
 std::optional<int> TerminalProcess::waitFor(std::chrono::milliseconds timeout) {
